@@ -134,8 +134,8 @@ private:
     void Disconnect(uint32_t inID) override
     {
         // Short-lived connections are the latest ones, so the search starts at the back.
-        const auto found =
-            std::find_if(mConnections.rbegin(), mConnections.rend(), [inID](const Connection& c) { return c.ID == inID; });
+        const auto found = std::find_if(mConnections.rbegin(), mConnections.rend(),
+                                        [inID](const Connection& inConnection) { return inConnection.ID == inID; });
         if (found == mConnections.rend())
             return;
         // The callback goes last: what it holds may end other connections of this signal.
@@ -145,8 +145,8 @@ private:
 
     bool MoveRegistration(uint32_t inID, SignalRegistration* inRegistration) override
     {
-        const auto found =
-            std::find_if(mConnections.begin(), mConnections.end(), [inID](const Connection& c) { return c.ID == inID; });
+        const auto found = std::find_if(mConnections.begin(), mConnections.end(),
+                                        [inID](const Connection& inConnection) { return inConnection.ID == inID; });
         if (found == mConnections.end())
             return false;
         found->Registration = inRegistration;
