@@ -1,0 +1,49 @@
+#include "Plugin/TypeRegistration.h"
+
+#include "RTTI/Primitives.h"
+#include "RTTI/Registry.h"
+#include "Serialization/SerializableGUID.h"
+#include "Session/Session.h"
+#include "ThreadsModel/ThreadsModel.h"
+
+namespace Profiler
+{
+namespace
+{
+
+template <class... Types>
+void gRegisterAll(RTTI::Registry& ioRegistry)
+{
+    (ioRegistry.Register(RTTI::gTypeOf<Types>()), ...);
+}
+
+void gRegisterSessionTypes(RTTI::Registry& ioRegistry)
+{
+    gRegisterAll<SessionInfo, Session, Process, OptionalProcessInfo, CPUUsageSample, Thread, CallstackDatabase, Module,
+                 NativeModule, JITModule, Function, NativeModuleInstance, JITModuleInstance, JITFunctionInstance,
+                 JITExtraDataStorage, ModuleDatabase, InstrumentationDatabase, InstrumentationData, ResolveIndex, ResolvedAddress,
+                 PlatformSession, OpenBarProcessorFiberState, SavedFiberState, SavedBar, FiberEventData>(ioRegistry);
+}
+
+void gRegisterSerializationTypes(RTTI::Registry& ioRegistry)
+{
+    gRegisterAll<Serialization::SerializableGUID>(ioRegistry);
+}
+
+void gRegisterTimelineTypes(RTTI::Registry& ioRegistry)
+{
+    gRegisterAll<ThreadsModel>(ioRegistry);
+}
+
+} // namespace
+
+void gRegisterTypes(RTTI::Registry& ioRegistry)
+{
+    // A later registration of a name replaces the earlier one, so the order is part of what a host sees.
+    RTTI::gRegisterFundamentalTypes(ioRegistry);
+    gRegisterSessionTypes(ioRegistry);
+    gRegisterSerializationTypes(ioRegistry);
+    gRegisterTimelineTypes(ioRegistry);
+}
+
+} // namespace Profiler
