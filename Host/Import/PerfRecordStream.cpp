@@ -13,7 +13,7 @@ constexpr size_t sMiscOffset = 4;
 constexpr size_t sSizeOffset = 6;
 
 // What every cursor comes before.
-const uint8_t* const sBeyondAll = reinterpret_cast<const uint8_t*>(UINTPTR_MAX);
+const uint8_t* const sBeyondAll = reinterpret_cast<const uint8_t*>(UINTPTR_MAX); // NOLINT(performance-no-int-to-ptr)
 
 // True if the list of recorded threads has the entry that stands for all of the system.
 bool gNamesAllThreads(const PerfRecord& inThreadMap)

@@ -2,6 +2,7 @@
 
 #include "Host/Linux/ElfFile.h"
 #include "Host/Linux/ReadFile.h"
+#include "Utility/Format.h"
 #include "Utility/Log.h"
 
 #include <sys/stat.h>
@@ -68,9 +69,9 @@ std::vector<std::string> gListLinkTargets(const std::string& inModulePath, const
     std::vector<std::string> targets = {folder + "/" + inFileName, folder + "/.debug/" + inFileName};
     for (const std::string& root : inSearchRoots)
     {
-        targets.push_back(root + folder + "/" + inFileName);
+        targets.push_back(Utility::gFormat("%s%s/%s", root.c_str(), folder.c_str(), inFileName.c_str()));
         if (realFolder != folder)
-            targets.push_back(root + realFolder + "/" + inFileName);
+            targets.push_back(Utility::gFormat("%s%s/%s", root.c_str(), realFolder.c_str(), inFileName.c_str()));
     }
     return targets;
 }

@@ -1,8 +1,8 @@
 // Deleting files and whole directories.
 //
-// Symbolic links are deleted and never followed, except for a path given to gDeleteDirectoryContents, which may lead through one
-// to the directory that is meant. Full paths may be as long as the system takes them (4095 bytes). Threads: any; a tree that
-// another thread changes meanwhile may be left in part.
+// Symbolic links in a directory are deleted and never followed. A link in place of the directory itself is an error for
+// gDeleteDirectory; gDeleteDirectoryContents empties the directory that it leads to. Full paths may be as long as the system
+// takes them (4095 bytes). Threads: any; a tree that another thread changes meanwhile may be left in part.
 #pragma once
 
 #include "Utility/ErrorState.h"

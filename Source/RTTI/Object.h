@@ -1,4 +1,7 @@
-// Root of all polymorphic reflected classes.
+// Root of all polymorphic reflected classes: through it a pointer to a base tells the class that it really points to.
+//
+// Threads: GetType from any. Ownership: by std::unique_ptr where a reflected class holds one. Invariant: an object begins with
+// its RTTI::Object, so its address is that of the whole object.
 #pragma once
 
 #include "RTTI/TypeTable.h"

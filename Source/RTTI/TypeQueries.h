@@ -52,8 +52,7 @@ void gWriteEnumValue(const Type& inType, void* outData, uint64_t inValue);
 // The index of the first entry of that name, or -1.
 [[nodiscard]] int32_t gFindValueByName(const Type& inType, std::string_view inName);
 
-// Stores the value of that name. Without such a name the target stays as it is, and the result is false. REQUIRES: inType is an
-// enumeration.
+// Stores the value of that name. Without such a name the target stays as it is, and the result is false.
 bool gSetValueByName(const Type& inType, void* outData, std::string_view inName);
 
 } // namespace RTTI

@@ -257,7 +257,7 @@ Job* JobScheduler::TakeRunnableJob(const std::vector<uint32_t>& inSortedIDs)
     return nullptr;
 }
 
-Job* JobScheduler::TakePending(std::deque<Job*>::iterator inPosition)
+Job* JobScheduler::TakePending(const std::deque<Job*>::iterator& inPosition)
 {
     Job* job = *inPosition;
     mPending.erase(inPosition);

@@ -127,7 +127,7 @@ private:
     void InsertPending(Job& ioJob) REQUIRES(mMutex);
     Job* TakeRunnableJob() REQUIRES(mMutex);
     Job* TakeRunnableJob(const std::vector<uint32_t>& inSortedIDs) REQUIRES(mMutex);
-    Job* TakePending(std::deque<Job*>::iterator inPosition) REQUIRES(mMutex);
+    Job* TakePending(const std::deque<Job*>::iterator& inPosition) REQUIRES(mMutex);
     [[nodiscard]] bool IsGroupRunning(int32_t inGroup) const REQUIRES(mMutex);
     void ReleaseGroup(int32_t inGroup) REQUIRES(mMutex);
 

@@ -57,7 +57,8 @@ bool gMatches(ECancelMatch inMatch, const JobHandle& inLeft, const JobHandle& in
 // The order of a hash table would make it chance which job gets the cancel data.
 void gSortByID(std::vector<JobHandle>& ioHandles)
 {
-    std::sort(ioHandles.begin(), ioHandles.end(), [](const JobHandle& a, const JobHandle& b) { return a.ID < b.ID; });
+    std::sort(ioHandles.begin(), ioHandles.end(),
+              [](const JobHandle& inFirst, const JobHandle& inSecond) { return inFirst.ID < inSecond.ID; });
 }
 
 } // namespace

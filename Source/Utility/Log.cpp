@@ -15,20 +15,39 @@ namespace
 constexpr size_t sPrefixRoom = 256;
 constexpr size_t sLineEndRoom = 2;
 
+// Destructors of statics may log, assertions among them, when what logging needs has been destroyed before them. These flags have
+// no destructor, so they can be asked even then.
+bool sAreSinksGone = false;
+thread_local bool sIsLineBufferGone = false;
+
+struct SinkList
+{
+    std::vector<LogSink> Sinks;
+    ~SinkList() { sAreSinksGone = true; }
+};
+
+struct LineBuffer
+{
+    ByteBuffer Bytes;
+    ~LineBuffer() { sIsLineBufferGone = true; }
+};
+
 std::vector<LogSink>& gSinks()
 {
-    static std::vector<LogSink> sSinks;
-    return sSinks;
+    static SinkList sList;
+    return sList.Sinks;
 }
 
 // Grows to the longest line of its thread and stays there, so that logging on a hot thread stops allocating.
-thread_local ByteBuffer sLineBuffer;
+thread_local LineBuffer sLineBuffer;
 
-char* gReserveLine(size_t inMessageLength)
+// The line lies in the thread's buffer, or in ioLateBuffer when that is gone.
+char* gReserveLine(size_t inMessageLength, ByteBuffer& ioLateBuffer)
 {
-    sLineBuffer.Clear();
-    sLineBuffer.Resize(inMessageLength + sPrefixRoom + sLineEndRoom);
-    return reinterpret_cast<char*>(sLineBuffer.GetData());
+    ByteBuffer& buffer = sIsLineBufferGone ? ioLateBuffer : sLineBuffer.Bytes;
+    buffer.Clear();
+    buffer.Resize(inMessageLength + sPrefixRoom + sLineEndRoom);
+    return reinterpret_cast<char*>(buffer.GetData());
 }
 
 size_t gWriteTimePrefix(char* outLine)
@@ -47,6 +66,8 @@ void gEndLine(char* outEnd)
 
 void gSend(const char* inText)
 {
+    if (sAreSinksGone)
+        return;
     for (const LogSink& sink : gSinks())
         sink.Function(inText, sink.UserData);
 }
@@ -63,7 +84,8 @@ void gLog(const char* inFormat, ...)
         return;
 
     const auto messageLength = static_cast<size_t>(length);
-    char* line = gReserveLine(messageLength);
+    ByteBuffer lateBuffer;
+    char* line = gReserveLine(messageLength, lateBuffer);
     char* message = line + gWriteTimePrefix(line);
     va_start(arguments, inFormat);
     std::vsnprintf(message, messageLength + 1, inFormat, arguments);
@@ -74,7 +96,8 @@ void gLog(const char* inFormat, ...)
 
 void gLogText(std::string_view inText, bool inAddPrefix)
 {
-    char* line = gReserveLine(inText.size());
+    ByteBuffer lateBuffer;
+    char* line = gReserveLine(inText.size(), lateBuffer);
     char* message = inAddPrefix ? line + gWriteTimePrefix(line) : line;
     inText.copy(message, inText.size());
     char* end = message + inText.size();

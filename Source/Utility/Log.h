@@ -1,7 +1,8 @@
 // The one way to write a log line. Where lines end up is decided by the sinks that the host registers.
 //
-// Threads: lines may be written from any thread; sinks are registered before threads start, and must be callable from any thread.
-// Invariant: the library and its host each have a sink list of their own; the host hands its list over when it loads the library.
+// Threads: lines may be written from any thread, also while statics are torn down; sinks are registered before threads start,
+// must be callable from any thread, and don't log themselves. Invariant: the library and its host each have a sink list of their
+// own; the host hands its list over when it loads the library.
 #pragma once
 
 #include <string_view>

@@ -114,7 +114,7 @@ public:
         return SignalRegistration(this, mLastID);
     }
 
-    // Calls every connection in order of connecting. Callbacks must not connect or disconnect.
+    // Calls every connection in order of connecting. REQUIRES: no callback connects or disconnects.
     void operator()(Arguments... inArguments) const
     {
         for (const Connection& connection : mConnections)
@@ -131,11 +131,15 @@ private:
         SignalRegistration* Registration;
     };
 
+    static auto HasID(uint32_t inID)
+    {
+        return [inID](const Connection& inConnection) { return inConnection.ID == inID; };
+    }
+
     void Disconnect(uint32_t inID) override
     {
         // Short-lived connections are the latest ones, so the search starts at the back.
-        const auto found = std::find_if(mConnections.rbegin(), mConnections.rend(),
-                                        [inID](const Connection& inConnection) { return inConnection.ID == inID; });
+        const auto found = std::find_if(mConnections.rbegin(), mConnections.rend(), HasID(inID));
         if (found == mConnections.rend())
             return;
         // The callback goes last: what it holds may end other connections of this signal.
@@ -145,8 +149,7 @@ private:
 
     bool MoveRegistration(uint32_t inID, SignalRegistration* inRegistration) override
     {
-        const auto found = std::find_if(mConnections.begin(), mConnections.end(),
-                                        [inID](const Connection& inConnection) { return inConnection.ID == inID; });
+        const auto found = std::find_if(mConnections.begin(), mConnections.end(), HasID(inID));
         if (found == mConnections.end())
             return false;
         found->Registration = inRegistration;

@@ -59,7 +59,11 @@ std::string gFormatClockTime(int inPrecision, double inMs)
     if (inPrecision >= 3)
         text += gFormat("%s%03d", inPrecision == 3 ? "." : ":", gModulo(wholeMs, sMsPerSecond));
     if (inPrecision >= 4)
-        text += gFormat(".%03d", static_cast<int>(std::floor((ms - floored) * sMicrosecondsPerMs)));
+    {
+        // The difference of a time just below zero rounds up to a whole millisecond.
+        const double microseconds = std::floor((ms - floored) * sMicrosecondsPerMs);
+        text += gFormat(".%03d", static_cast<int>(std::min(microseconds, sMicrosecondsPerMs - 1)));
+    }
     return text;
 }
 

@@ -192,7 +192,8 @@ TEST_F(ModuleDatabaseTest, RandomInstancesAreFoundAsAWalkOverAllFindsThem)
         }
         mModules.SetNativeModuleInstances(instances);
         std::stable_sort(instances.begin(), instances.end(),
-                         [](const NativeModuleInstance& a, const NativeModuleInstance& b) { return a.ImageBase < b.ImageBase; });
+                         [](const NativeModuleInstance& inFirst, const NativeModuleInstance& inSecond)
+                         { return inFirst.ImageBase < inSecond.ImageBase; });
         for (int query = 0; query < 200; ++query)
         {
             const uint64_t address = 0xF00 + static_cast<uint64_t>(pick(0xC0)) * 0x40;

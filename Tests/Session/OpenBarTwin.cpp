@@ -210,7 +210,7 @@ int TwinProcessor::ResolveRun(const std::vector<uint64_t>& inAddresses, Frames& 
             module.Known.push_back(function);
     }
     std::sort(module.Known.begin(), module.Known.end(),
-              [](const TwinFunction& a, const TwinFunction& b) { return a.Start < b.Start; });
+              [](const TwinFunction& inFirst, const TwinFunction& inSecond) { return inFirst.Start < inSecond.Start; });
     return stop;
 }
 
@@ -719,7 +719,7 @@ void TwinProcessor::SettleBars(int inLastKept, double inTime)
         bar.StateTimes[sExecuting] += inTime - bar.End - sum;
         bar.End = inTime;
     }
-    ClipBars(inTime, static_cast<size_t>(inLastKept + 1));
+    ClipBars(inTime, static_cast<size_t>(inLastKept) + 1);
     ClearDeferred();
 }
 

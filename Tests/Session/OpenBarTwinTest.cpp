@@ -104,7 +104,7 @@ private:
         mSession.LoadModule(*mModules[inModule], inBase, inProcess, inLoadTime, inUnloadTime);
         mWorld.Instances.push_back({inBase, inLoadTime, inUnloadTime, gMakeCapturedProcessID(inProcess), inModule});
         std::stable_sort(mWorld.Instances.begin(), mWorld.Instances.end(),
-                         [](const TwinInstance& a, const TwinInstance& b) { return a.Base < b.Base; });
+                         [](const TwinInstance& inFirst, const TwinInstance& inSecond) { return inFirst.Base < inSecond.Base; });
     }
 
     // Two modules take turns at one place, one finds its functions late and may have an unknown size, and the processes differ.

@@ -185,7 +185,7 @@ TEST_F(TraceEventTest, EveryFieldCountsInComparisons)
 TEST_F(TraceEventTest, AnInstrumentationWithoutColorReadsAsWhite)
 {
     const TraceEvent event = mEvents[static_cast<size_t>(ETraceEventType::InstrumentationBegin)].MakeEvent();
-    EXPECT_EQ(event.As<InstrumentationBeginEvent>()->Color, 0xFFFFFFFFU);
+    EXPECT_EQ(event.As<InstrumentationBeginEvent>()->sColor, 0xFFFFFFFFU);
     EXPECT_EQ(event.As<InstrumentationBeginColoredEvent>(), nullptr);
 }
 

@@ -65,10 +65,11 @@ public:
         for (const Entry& entry : mEntries)
         {
             if (std::any_of(inHandles.begin(), inHandles.end(),
-                            [&entry](const JobHandle& handle) { return handle.ID == entry.ID; }))
+                            [&entry](const JobHandle& inHandle) { return inHandle.ID == entry.ID; }))
                 chosen.push_back(entry);
         }
-        std::stable_sort(chosen.begin(), chosen.end(), [](const Entry& a, const Entry& b) { return a.Priority < b.Priority; });
+        std::stable_sort(chosen.begin(), chosen.end(),
+                         [](const Entry& inFirst, const Entry& inSecond) { return inFirst.Priority < inSecond.Priority; });
         std::vector<uint32_t> ids;
         for (const Entry& entry : chosen)
         {

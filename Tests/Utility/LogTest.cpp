@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <string>
 #include <thread>
@@ -89,6 +91,27 @@ TEST(Log, EverySinkReceivesInOrderAndAListCanBeSetToItself)
     Utility::gSetLogSinks({});
     Utility::gLogText("to nobody", false);
     EXPECT_EQ(second, "text");
+}
+
+struct LogsWhenDestroyed
+{
+    const char* Message;
+    ~LogsWhenDestroyed() { Utility::gLog("%s", Message); }
+};
+
+// Made before the first sink, so it is destroyed after the last one.
+const LogsWhenDestroyed sOutlivesSinks{"to nobody"};
+
+TEST(Log, DestructorsOfStaticsMayLog)
+{
+    const auto exitAfterLogging = []
+    {
+        Utility::gAddLogSink([](const char* inText, void*) { std::fputs(inText, stderr); }, nullptr);
+        static const LogsWhenDestroyed sOutlivesLineBuffer{"a late line"};
+        Utility::gLog("a line before");
+        std::exit(0);
+    };
+    EXPECT_EXIT(exitAfterLogging(), testing::ExitedWithCode(0), "a line before\n.*a late line\n$");
 }
 
 TEST(Assert, WritesTwoLinesAndGoesOn)

@@ -43,6 +43,7 @@ TEST(TextFormat, ClockTimeOfAnyNumberIsDefined)
 {
     for (const double ms : {-1.0, 1e300, -1e300, std::numeric_limits<double>::max(), std::numeric_limits<double>::infinity()})
         EXPECT_NE(gFormatClockTime(4, ms), "");
+    EXPECT_EQ(gFormatClockTime(4, -1e-20), "-1:59:59:999.999") << "the fraction doesn't overflow its three digits";
     EXPECT_EQ(gFormatClockTime(3, std::numeric_limits<double>::quiet_NaN()), "0");
 }
 

@@ -113,10 +113,9 @@ inline constexpr uint32_t sNoInstrumentationColor = 0xFFFFFFFF;
 struct InstrumentationBeginEvent
 {
     CallstackKey Stack = sNoCallstack;
-    std::string Name;    // text of the bar
-    std::string Context; // further text of this one occurrence, may be empty
-    static constexpr uint32_t Color =
-        sNoInstrumentationColor; // NOLINT(readability-identifier-naming): reads like the coloured kind's
+    std::string Name;                                           // text of the bar
+    std::string Context;                                        // further text of this one occurrence, may be empty
+    static constexpr uint32_t sColor = sNoInstrumentationColor; // what the kind without a colour reads as
 
     static constexpr auto sFields =
         std::tuple(&InstrumentationBeginEvent::Stack, &InstrumentationBeginEvent::Name, &InstrumentationBeginEvent::Context);

@@ -73,7 +73,7 @@ void OpenBarProcessor::HandleEvent(const TraceEvent& inEvent, double inMaxTime)
     case ETraceEventType::InstrumentationBegin:
     {
         const auto* begin = inEvent.As<InstrumentationBeginEvent>();
-        HandleRunning(inEvent, begin->Stack, false, {begin->Name, begin->Context, begin->Color}, inMaxTime);
+        HandleRunning(inEvent, begin->Stack, false, {begin->Name, begin->Context, InstrumentationBeginEvent::sColor}, inMaxTime);
         break;
     }
     case ETraceEventType::InstrumentationBeginColored:
@@ -522,7 +522,7 @@ void OpenBarProcessor::ExtendBars(size_t inKeepCount, ThreadState inState, doubl
 
 void OpenBarProcessor::SettleBars(int inLastKept, double inTime)
 {
-    const size_t keptCount = static_cast<size_t>(inLastKept + 1);
+    const size_t keptCount = static_cast<size_t>(inLastKept) + 1;
     for (OpenBar& bar : mBars.GetLive().first(keptCount))
     {
         if (mHasDeferredStates)
