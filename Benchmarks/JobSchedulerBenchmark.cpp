@@ -22,7 +22,7 @@ JobDescription gDescribeEmptyJob(int32_t inGroup)
 }
 
 // Schedules a batch one by one and waits for it, as a pass does for the derived data of a chunk.
-void BM_ScheduleAndWait(benchmark::State& ioState)
+void ScheduleAndWait(benchmark::State& ioState)
 {
     JobScheduler scheduler(sWorkerCount);
     std::vector<JobHandle> handles(static_cast<size_t>(ioState.range(0)));
@@ -34,10 +34,10 @@ void BM_ScheduleAndWait(benchmark::State& ioState)
     }
     ioState.SetItemsProcessed(ioState.iterations() * ioState.range(0));
 }
-BENCHMARK(BM_ScheduleAndWait)->Arg(1)->Arg(9)->Arg(100)->Arg(10000)->UseRealTime();
+BENCHMARK(ScheduleAndWait)->Arg(1)->Arg(9)->Arg(100)->Arg(10000)->UseRealTime();
 
 // The same with one call for the batch.
-void BM_ScheduleManyAndWait(benchmark::State& ioState)
+void ScheduleManyAndWait(benchmark::State& ioState)
 {
     JobScheduler scheduler(sWorkerCount);
     const auto count = static_cast<size_t>(ioState.range(0));
@@ -51,10 +51,10 @@ void BM_ScheduleManyAndWait(benchmark::State& ioState)
     }
     ioState.SetItemsProcessed(ioState.iterations() * ioState.range(0));
 }
-BENCHMARK(BM_ScheduleManyAndWait)->Arg(9)->Arg(100)->Arg(10000)->UseRealTime();
+BENCHMARK(ScheduleManyAndWait)->Arg(9)->Arg(100)->Arg(10000)->UseRealTime();
 
 // One group, so that one job at a time runs and every take goes past nothing or finds nothing.
-void BM_SerialGroup(benchmark::State& ioState)
+void SerialGroup(benchmark::State& ioState)
 {
     JobScheduler scheduler(sWorkerCount);
     std::vector<JobHandle> handles(static_cast<size_t>(ioState.range(0)));
@@ -70,10 +70,10 @@ void BM_SerialGroup(benchmark::State& ioState)
     }
     ioState.SetItemsProcessed(ioState.iterations() * ioState.range(0));
 }
-BENCHMARK(BM_SerialGroup)->Arg(100)->Arg(10000)->UseRealTime();
+BENCHMARK(SerialGroup)->Arg(100)->Arg(10000)->UseRealTime();
 
 // Cancelling a queue of jobs that never start, by their tag.
-void BM_CancelPending(benchmark::State& ioState)
+void CancelPending(benchmark::State& ioState)
 {
     constexpr uint32_t tag = 7;
     JobScheduler scheduler(0);
@@ -89,6 +89,6 @@ void BM_CancelPending(benchmark::State& ioState)
     }
     ioState.SetItemsProcessed(ioState.iterations() * ioState.range(0));
 }
-BENCHMARK(BM_CancelPending)->Arg(100)->Arg(10000)->UseRealTime();
+BENCHMARK(CancelPending)->Arg(100)->Arg(10000)->UseRealTime();
 
 } // namespace

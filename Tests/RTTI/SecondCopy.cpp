@@ -26,7 +26,7 @@ RTTI_END()
 
 extern "C"
 {
-    __attribute__((visibility("default"))) void registerSecondCopy(RTTI::Registry* ioRegistry)
+    __attribute__((visibility("default"))) void gRegisterSecondCopy(RTTI::Registry* ioRegistry)
     {
         RTTI::CurrentModuleScope scope(*ioRegistry, RTTI::gThreadsModelPluginModuleKey());
         RTTI::gRegisterFundamentalTypes(*ioRegistry);
@@ -34,7 +34,7 @@ extern "C"
         ioRegistry->Register(RTTI::gTypeOf<Zoo::Penguin>());
     }
 
-    __attribute__((visibility("default"))) const RTTI::Type* getSecondCopyLion()
+    __attribute__((visibility("default"))) const RTTI::Type* gGetSecondCopyLion()
     {
         return &RTTI::gTypeOf<Zoo::Lion>();
     }

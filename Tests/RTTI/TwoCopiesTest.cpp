@@ -20,8 +20,8 @@ protected:
         // Stays loaded, as a plugin does: the registry refers to its tables.
         void* library = dlopen(RTTI_SECOND_COPY_PATH, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library, nullptr) << dlerror();
-        const auto registerTypes = reinterpret_cast<RegisterSecondCopyFunction>(dlsym(library, "registerSecondCopy"));
-        const auto getLion = reinterpret_cast<GetSecondCopyTypeFunction>(dlsym(library, "getSecondCopyLion"));
+        const auto registerTypes = reinterpret_cast<RegisterSecondCopyFunction>(dlsym(library, "gRegisterSecondCopy"));
+        const auto getLion = reinterpret_cast<GetSecondCopyTypeFunction>(dlsym(library, "gGetSecondCopyLion"));
         ASSERT_TRUE(registerTypes != nullptr && getLion != nullptr);
 
         RTTI::CurrentModuleScope scope(mRegistry, sHostKey);

@@ -50,11 +50,11 @@ ByteWriter gBeginRaw(EBuilderEvent inEvent)
 std::vector<uint8_t> gMakeTracingData()
 {
     ByteWriter writer;
-    writer.AddText(std::string_view("\x17\x08\x44tracing", 10)).AddText(std::string_view("0.6", 4));
+    writer.AddText(std::string_view("\x17\x08\x44tracing", 10)).AddText(std::string_view("0.6\0", 4));
     writer.Add(uint8_t{0}).Add(static_cast<uint8_t>(sizeof(uint64_t))).Add(uint32_t{4096});
-    writer.AddText(std::string_view("header_page", 12)).Add(uint64_t{4}).AddText("page");
-    writer.AddText(std::string_view("header_event", 13)).Add(uint64_t{5}).AddText("event");
-    writer.Add(uint32_t{0}).Add(uint32_t{1}).AddText(std::string_view("sched", 6)).Add(uint32_t{5});
+    writer.AddText(std::string_view("header_page\0", 12)).Add(uint64_t{4}).AddText("page");
+    writer.AddText(std::string_view("header_event\0", 13)).Add(uint64_t{5}).AddText("event");
+    writer.Add(uint32_t{0}).Add(uint32_t{1}).AddText(std::string_view("sched\0", 6)).Add(uint32_t{5});
     const std::string threadFields = sThreadFields;
     gAddFormat(writer, EBuilderEvent::SchedSwitch, "sched_switch", sSwitchFields);
     gAddFormat(writer, EBuilderEvent::SchedWakeup, "sched_wakeup", threadFields + sTargetField);

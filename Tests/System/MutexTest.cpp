@@ -46,9 +46,10 @@ void gExpectHandover()
         });
     {
         System::ScopedLock<MutexType> lock(mutex);
-        while (value < 1)
+        // Another thread changes the value while the waits have the lock released.
+        while (value < 1) // NOLINT(bugprone-infinite-loop)
             condition.Wait(mutex);
-        while (value < 2)
+        while (value < 2) // NOLINT(bugprone-infinite-loop)
             condition.WaitFor(mutex, farAway);
         EXPECT_FALSE(condition.WaitFor(mutex, std::chrono::milliseconds(0)));
         EXPECT_FALSE(gIsFree(mutex));

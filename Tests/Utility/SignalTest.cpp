@@ -44,9 +44,9 @@ TEST_F(SignalTest, CallsEveryConnectionWithItsArguments)
     Utility::Signal<void(int, const std::string&)> signal;
     std::string received;
     const SignalRegistration first =
-        signal.Connect([&](int n, const std::string& text) { received += text + std::to_string(n); });
+        signal.Connect([&](int inNumber, const std::string& inText) { received += inText + std::to_string(inNumber); });
     const SignalRegistration second =
-        signal.Connect([&](int n, const std::string& text) { received += std::to_string(n) + text; });
+        signal.Connect([&](int inNumber, const std::string& inText) { received += std::to_string(inNumber) + inText; });
     signal(1, "a");
     EXPECT_EQ(received, "a11a");
     EXPECT_EQ(signal.GetNumConnections(), 2);

@@ -46,10 +46,10 @@ TEST(Text, CaseIsAMatterOfASCIILettersOnly)
 
 TEST(Text, TrimsBothEndsOnly)
 {
-    const auto trim = [](std::string text)
+    const auto trim = [](std::string ioText)
     {
-        gTrim(text);
-        return text;
+        gTrim(ioText);
+        return ioText;
     };
     EXPECT_EQ(trim(" \t\r\n\v\f a b \t\r\n\v\f"), "a b");
     EXPECT_EQ(trim("ab"), "ab");
