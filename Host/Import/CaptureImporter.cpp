@@ -71,6 +71,8 @@ bool CaptureImporter::Prepare(Utility::ErrorState& ioErrors)
                         mFile.GetPath().c_str()))
         return false;
 
+    mHasSwitches = mTracepoints.Has(ETracepoint::SchedSwitch) || mFileHealth.GetRecordCount(EPerfRecordType::Switch) != 0 ||
+                   mFileHealth.GetRecordCount(EPerfRecordType::SwitchCpuWide) != 0;
     mTimeline.Build(mFile.GetBuildIDs());
     mHealth.MappingsLeftOut = mTimeline.GetNumMappingsLeftOut();
     mBuilder = std::make_unique<SessionBuilder>(mSession, mTimeline, mSymbols, mFileHealth.FirstTime);
@@ -228,7 +230,11 @@ bool CaptureImporter::HandleWakeup(const PerfRecord& inRecord, const PerfSample&
     }
 
     TrackedThread& sleeper = GetThread(wakeup.ThreadID, sUnknownThread, inMoment.Time);
-    sleeper.LastTime = inMoment.Time;
+    // A thread that hasn't run yet waits from here on; one that runs is only kept from falling asleep.
+    if (sleeper.State == ERunState::Unknown && mHasSwitches)
+        sleeper.State = ERunState::Waiting;
+    if (sleeper.State == ERunState::Waiting)
+        sleeper.LastTime = inMoment.Time;
     const TrackedThread readied = sleeper; // a copy: the waker may be a new thread, which moves the others
     return SendWakeup(readied, inSample, inMoment);
 }

@@ -117,6 +117,7 @@ private:
     ProcessTimeline mTimeline;
     SymbolCache& mSymbols;
     std::unique_ptr<SessionBuilder> mBuilder; // from Prepare on
+    bool mHasSwitches = false;                // something tells when threads are switched
     bool mUsesWaking = false;                 // sched_waking tells of wake-ups, so sched_wakeup only repeats it
 
     ThreadTable mThreads;
