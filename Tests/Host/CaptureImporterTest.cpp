@@ -47,8 +47,8 @@ TEST(CaptureImporter, ASwitchIsAnOutAndAnIn)
 
 TEST(CaptureImporter, TheKernelsStatesBecomeWaitReasons)
 {
-    const std::pair<const char*, int> reasons[] = {{"0", 32},   {"1", 6},     {"2", 0},    {"0x10", 22}, {"0x20", 22},
-                                                   {"0x80", 13}, {"0x100", 32}, {"4", 5},    {"0x40", 5},  {"0x102", 0}};
+    const std::pair<const char*, int> reasons[] = {{"0", 32},    {"1", 6},      {"2", 0}, {"0x10", 22}, {"0x20", 22},
+                                                   {"0x80", 13}, {"0x100", 32}, {"4", 5}, {"0x40", 5},  {"0x102", 0}};
     for (const auto& [state, reason] : reasons)
         EXPECT_THAT(gImportMiddle(Utility::gFormat("1000 cpu0 clock 10/10 0x1000\n2000 cpu0 switch 10/10 %s 0/0\n", state)),
                     ElementsAre("0 sample 10/10 1000", Utility::gFormat("1000 out 10/10 %d", reason)))
@@ -59,13 +59,14 @@ TEST(CaptureImporter, TheStackOfTheSwitchOutComesBackAtTheSwitchIn)
 {
     PerfFileBuilder builder;
     builder.AddRecords(sTwoThreads);
-    builder.AddSample(static_cast<uint32_t>(EBuilderEvent::SchedSwitch),
-                      {.Time = 1000,
-                       .ProcessID = 10,
-                       .ThreadID = 10,
-                       .Callchain = {static_cast<uint64_t>(PERF_CONTEXT_KERNEL), 0xFFFFFFFF81000010, static_cast<uint64_t>(PERF_CONTEXT_USER),
-                                     0x400010, 0x400020, 0, 0xFFFFFFFFFFFFFFFF, 0xFFFFFFFFFFFFFF00},
-                       .Raw = gMakeSwitchRaw(10, 1, 0)});
+    builder.AddSample(
+        static_cast<uint32_t>(EBuilderEvent::SchedSwitch),
+        {.Time = 1000,
+         .ProcessID = 10,
+         .ThreadID = 10,
+         .Callchain = {static_cast<uint64_t>(PERF_CONTEXT_KERNEL), 0xFFFFFFFF81000010, static_cast<uint64_t>(PERF_CONTEXT_USER),
+                       0x400010, 0x400020, 0, 0xFFFFFFFFFFFFFFFF, 0xFFFFFFFFFFFFFF00},
+         .Raw = gMakeSwitchRaw(10, 1, 0)});
     builder.AddSample(static_cast<uint32_t>(EBuilderEvent::SchedSwitch),
                       {.Time = 2000, .ProcessID = 0, .ThreadID = 0, .Raw = gMakeSwitchRaw(0, 0, 10)});
     ImportedCapture capture(builder.Build());
@@ -101,7 +102,8 @@ TEST(CaptureImporter, AWakeUpCountsOnce)
 TEST(CaptureImporter, AnIdleWakerIsNobody)
 {
     PerfFileBuilder builder;
-    builder.Events.erase(builder.Events.begin() + static_cast<int>(EBuilderEvent::SchedWaking)); // sched_wakeup alone was recorded
+    builder.Events.erase(builder.Events.begin() +
+                         static_cast<int>(EBuilderEvent::SchedWaking)); // sched_wakeup alone was recorded
     builder.AddRecords(std::string(sTwoThreads) + "1000 cpu0 clock 10/11 0x400010\n"
                                                   "2000 cpu0 wakeup 0/0 11\n");
     ImportedCapture capture(builder.Build());
@@ -132,8 +134,8 @@ TEST(CaptureImporter, AnExitingThreadIsNamedByTheTracepoint)
                       {.Time = 2000, .ProcessID = -1, .ThreadID = -1, .Raw = gMakeSwitchRaw(11, 0x20, 0)});
     ImportedCapture capture(builder.Build());
     const std::vector<std::string> lines = capture.Run();
-    EXPECT_THAT(lines, ElementsAre("0 start 10/10 1", "0 start 10/11 1", "0 sample 10/11 400010", "500 end 10/11 0", "1000 out 10/11 22",
-                                   "1000 end 10/10 1"));
+    EXPECT_THAT(lines, ElementsAre("0 start 10/10 1", "0 start 10/11 1", "0 sample 10/11 400010", "500 end 10/11 0",
+                                   "1000 out 10/11 22", "1000 end 10/10 1"));
 }
 
 TEST(CaptureImporter, SwitchRecordsDoWithoutTracepoints)
@@ -167,16 +169,18 @@ TEST(CaptureImporter, AMissedSwitchInIsNotBeforeTheWakeUp)
                               "2000 cpu0 switch 10/10 S 0/0\n"
                               "3000 cpu1 waking 0/0 11\n"
                               "5000 cpu0 clock 10/11 0x400010\n"),
-                ElementsAre("0 out 10/11 6", "1000 out 10/10 6", "2000 ready 10/- -> 10/11", "2000 in 10/11", "4000 sample 10/11 400010"));
+                ElementsAre("0 out 10/11 6", "1000 out 10/10 6", "2000 ready 10/- -> 10/11", "2000 in 10/11",
+                            "4000 sample 10/11 400010"));
 }
 
 TEST(CaptureImporter, ANewThreadWaitsFromItsWakeUpOn)
 {
-    EXPECT_THAT(gImportMiddle("1000 cpu0 switch 10/11 S 10/10\n"
-                              "2000 cpu0 fork 10/12 from 10/10\n"
-                              "2100 cpu0 wakeup_new 10/10 12\n"
-                              "5000 cpu1 clock 10/12 0x400010\n"),
-                ElementsAre("0 out 10/11 6", "0 in 10/10", "1100 ready 10/10 -> 10/12", "1100 in 10/12", "4000 sample 10/12 400010"));
+    EXPECT_THAT(
+        gImportMiddle("1000 cpu0 switch 10/11 S 10/10\n"
+                      "2000 cpu0 fork 10/12 from 10/10\n"
+                      "2100 cpu0 wakeup_new 10/10 12\n"
+                      "5000 cpu1 clock 10/12 0x400010\n"),
+        ElementsAre("0 out 10/11 6", "0 in 10/10", "1100 ready 10/10 -> 10/12", "1100 in 10/12", "4000 sample 10/12 400010"));
 }
 
 TEST(CaptureImporter, AThreadThatGaveWayUnseenStoppedWhereItWasLastSeen)
@@ -197,9 +201,9 @@ TEST(CaptureImporter, ThreadsAreBornNamedAndBuried)
                         "5000 cpu0 exit 10/12\n"
                         "6000 cpu0 fork 10/12 from 10/10\n"
                         "7000 cpu0 clock 10/12 0x400030\n"),
-                ElementsAre("0 start 10/10 1", "0 start 10/11 1", "0 sample 10/10 400010", "1000 start 10/12 0", "2000 name 10/12 helper",
-                            "3000 sample 10/12 400020", "4000 end 10/12 0", "5000 start 10/12 0", "6000 sample 10/12 400030",
-                            "6000 end 10/10 1", "6000 end 10/11 1", "6000 end 10/12 1"));
+                ElementsAre("0 start 10/10 1", "0 start 10/11 1", "0 sample 10/10 400010", "1000 start 10/12 0",
+                            "2000 name 10/12 helper", "3000 sample 10/12 400020", "4000 end 10/12 0", "5000 start 10/12 0",
+                            "6000 sample 10/12 400030", "6000 end 10/10 1", "6000 end 10/11 1", "6000 end 10/12 1"));
 }
 
 TEST(CaptureImporter, AReusedPidIsAnotherProcess)

@@ -1,5 +1,4 @@
 #include "Host/CommandLine/SummarizeCommand.h"
-
 #include "Tests/FileSystem/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -24,7 +23,8 @@ protected:
     static constexpr const char* sCapture = SMALL_CAPTURE;
 
     // The summary, or the one failure behind "FAILED: ".
-    static std::string Summarize(const std::string& inCapture, bool inAsJSON = false, const std::string& inPlugin = PLUGIN_LIBRARY)
+    static std::string Summarize(const std::string& inCapture, bool inAsJSON = false,
+                                 const std::string& inPlugin = PLUGIN_LIBRARY)
     {
         Utility::ErrorState errors;
         std::string text;
