@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Runs clang-tidy over all sources with the commands of build/clang, two at a time. Prints the findings; there should be none.
+# Runs clang-tidy over all sources with the commands of build/asan, two at a time. Prints the findings; there should be none.
 #
 #     check_tidy.sh            everything
 #     check_tidy.sh FILE...    these sources only
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-folder=build/clang
-[ -f $folder/compile_commands.json ] || cmake --preset clang >/dev/null
+folder=build/asan
+[ -f $folder/compile_commands.json ] || cmake --preset asan >/dev/null
 
 # What the build compiles, the longest first, so that the end isn't one process waiting for the other.
 compiled_sources() {
