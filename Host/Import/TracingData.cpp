@@ -80,9 +80,11 @@ bool gIsWordCharacter(char inCharacter)
            (inCharacter >= 'A' && inCharacter <= 'Z');
 }
 
+// The parser takes words like VIF_PR_FMT for macros of a print format, and loses track of their memory in a field.
 bool gIsWord(std::string_view inText)
 {
-    return !inText.empty() && !gIsDigit(inText.front()) && std::all_of(inText.begin(), inText.end(), gIsWordCharacter);
+    return !inText.empty() && !gIsDigit(inText.front()) && !inText.ends_with("_PR_FMT") &&
+           std::all_of(inText.begin(), inText.end(), gIsWordCharacter);
 }
 
 // A number of few digits, so that no sum of some of them can overflow.

@@ -148,8 +148,8 @@ TEST(TracingData, KeepsOnlyFieldsThatAreWrittenAsUsual)
         EXPECT_EQ(clean.ID, 7u);
         EXPECT_EQ(clean.Text, "name: x\nID: 7\nformat:\n" + line + "\n\nprint fmt: \"\"\n");
     }
-    for (const char* unusual :
-         {"a", "", "int a[", "int a[]]", "int *a", "__data_loc int[] a", "int 1a", "int  a", "int a[1234567]", "int\ta"})
+    for (const char* unusual : {"a", "", "int a[", "int a[]]", "int *a", "__data_loc int[] a", "int 1a", "int  a",
+                                "int a[1234567]", "int\ta", "int VIF_PR_FMT"})
     {
         CleanFormat clean;
         ASSERT_TRUE(gCleanFormat(std::string("name: x\nID: 7\nformat:\n\tfield:") + unusual + end + "\n\nprint fmt: \n", clean));
