@@ -67,10 +67,13 @@ EDeleteResult gDeleteFile(const std::string& inPath)
 
 EDeleteResult gDeleteDirectory(const std::string& inPath, Utility::ErrorState& ioErrors)
 {
-    const EDeleteResult contents = gDeleteContents(inPath, ELinkPolicy::Refuse, ioErrors);
+    // With a separator behind it, the name of a link would stand for the directory that it leads to.
+    const size_t end = inPath.find_last_not_of('/');
+    const std::string path = end != std::string::npos ? inPath.substr(0, end + 1) : inPath;
+    const EDeleteResult contents = gDeleteContents(path, ELinkPolicy::Refuse, ioErrors);
     if (contents != EDeleteResult::Success)
         return contents;
-    const EDeleteResult result = gJudge(rmdir(inPath.c_str()) == 0 ? 0 : errno, inPath);
+    const EDeleteResult result = gJudge(rmdir(path.c_str()) == 0 ? 0 : errno, path);
     return gReport(result, "Access to directory %s was denied", "Could not delete directory %s", inPath, ioErrors);
 }
 

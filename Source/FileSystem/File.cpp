@@ -6,11 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 namespace FileSystem
@@ -22,6 +24,7 @@ constexpr mode_t sNewDirectoryMode = 0775;
 constexpr mode_t sOthersReadWrite = 06;
 constexpr mode_t sPermissionBits = 07777;
 constexpr size_t sReadBlockSize = 64 * 1024;
+constexpr uint64_t sMaxSizeHint = 64u << 20;
 
 struct CloseFile
 {
@@ -66,6 +69,23 @@ void gReopen(Stream& outStream, const std::string& inPath, std::ios_base::openmo
     outStream.open(inPath, inMode);
 }
 
+// How much is probably there to be read. Files of the kernel say 0, a file can change while it is read, and one with holes can
+// say more than any memory holds.
+size_t gGetSizeHint(const std::string& inPath)
+{
+    uint64_t size = 0;
+    return gGetFileSize(inPath, size) && !gIsDirectory(inPath) ? std::min(size, sMaxSizeHint) : 0;
+}
+
+bool gReadAll(std::FILE& inFile, size_t inSizeHint, std::vector<uint8_t>& outBytes)
+{
+    outBytes.reserve(inSizeHint);
+    std::vector<uint8_t> block(sReadBlockSize);
+    while (const size_t count = std::fread(block.data(), 1, block.size(), &inFile))
+        outBytes.insert(outBytes.end(), block.begin(), block.begin() + static_cast<ptrdiff_t>(count));
+    return std::ferror(&inFile) == 0;
+}
+
 // Empty if the current directory is gone.
 std::string gGetCurrentDirectory()
 {
@@ -106,7 +126,7 @@ bool gCreateDirectories(const std::string& inPath, int inMode)
             return false;
     }
     if (inMode == sOpenToOthers)
-        gOpenToOthersAsRoot(inPath);
+        gOpenToOthersAsRoot(path);
     return true;
 }
 
@@ -121,17 +141,22 @@ bool gReadFile(const std::string& inPath, std::vector<uint8_t>& outBytes)
     if (file == nullptr)
         return false;
 
-    // The size is only a hint: files of the kernel say 0, and a file can change while it is read.
-    std::vector<uint8_t> bytes;
-    if (uint64_t size = 0; gGetFileSize(inPath, size) && !gIsDirectory(inPath))
-        bytes.reserve(size);
-    std::vector<uint8_t> block(sReadBlockSize);
-    while (const size_t count = std::fread(block.data(), 1, block.size(), file.get()))
-        bytes.insert(bytes.end(), block.begin(), block.begin() + static_cast<ptrdiff_t>(count));
-    if (std::ferror(file.get()) != 0)
+    try
+    {
+        std::vector<uint8_t> bytes;
+        if (!gReadAll(*file, gGetSizeHint(inPath), bytes))
+            return false;
+        outBytes = std::move(bytes);
+        return true;
+    }
+    catch (const std::bad_alloc&)
+    {
         return false;
-    outBytes = std::move(bytes);
-    return true;
+    }
+    catch (const std::length_error&)
+    {
+        return false;
+    }
 }
 
 void gOpenRead(std::ifstream& outStream, const std::string& inPath, std::ios_base::openmode inMode)

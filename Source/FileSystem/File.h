@@ -29,8 +29,8 @@ inline constexpr int sOpenToOthers = 1;
 // Renames within one file system; never copies.
 [[nodiscard]] bool gRename(const std::string& inFrom, const std::string& inTo);
 
-// The whole file. False if it can't be opened or a read fails, so the bytes are never a part of the file; outBytes is then left
-// alone.
+// The whole file. False if it can't be opened, a read fails or the memory doesn't suffice, so the bytes are never a part of the
+// file; outBytes is then left alone.
 [[nodiscard]] bool gReadFile(const std::string& inPath, std::vector<uint8_t>& outBytes);
 
 // Open a stream on the path with the given mode, after closing what it had open. The stream tells whether that worked.
@@ -39,7 +39,7 @@ void gOpenWrite(std::ofstream& outStream, const std::string& inPath, std::ios_ba
 
 // The full path of each directory directly in inPath, in the order that the system gives them; a symbolic link to a directory is
 // one. An empty inPath, or one that starts with '.', is taken from the current directory. inFilter is about files, which are
-// never listed. False if the directory can't be opened; outPaths is then empty.
+// never listed. False if the directory can't be opened or read; outPaths is then empty.
 [[nodiscard]] bool gGetSubdirectories(const std::string& inPath, std::string_view inFilter, std::vector<std::string>& outPaths);
 
 } // namespace FileSystem

@@ -87,8 +87,9 @@ TEST_F(DeleteTest, DirectoryBehindALinkKeepsItsContents)
     WriteFile("kept/file");
     MakeLink("link", "kept");
     EXPECT_EQ(Delete("link"), EDeleteResult::Error);
+    EXPECT_EQ(Delete("link//"), EDeleteResult::Error);
     EXPECT_THAT(List("kept"), ElementsAre("file"));
-    EXPECT_EQ(GetMessages().size(), 1U);
+    EXPECT_EQ(GetMessages().size(), 2U);
 
     EXPECT_EQ(DeleteContents("link"), EDeleteResult::Success) << "here the link only leads to the directory that is meant";
     EXPECT_THAT(List(""), ElementsAre("kept", "link"));

@@ -111,10 +111,12 @@ TEST_F(FileTest, NewDirectoriesAreOpenToTheGroupAndThoseOfRootToOthers)
         const CreationMaskScope mask(0);
         EXPECT_TRUE(gCreateDirectories(At("a/b"), sOpenToOthers));
         EXPECT_TRUE(gCreateDirectories(At("closed/b"), 0));
+        EXPECT_TRUE(gCreateDirectories(At("absent/../a/c"), sOpenToOthers));
         EXPECT_TRUE(AsOrdinaryUser([&] { return gCreateDirectories(At("user/b"), sOpenToOthers); }));
     }
     EXPECT_EQ(GetMode("a"), 0775U);
     EXPECT_EQ(GetMode("a/b"), 0775U | forOthers);
+    EXPECT_EQ(GetMode("a/c"), 0775U | forOthers);
     EXPECT_EQ(GetMode("closed/b"), 0775U);
     EXPECT_EQ(GetMode("user/b"), 0775U);
 
