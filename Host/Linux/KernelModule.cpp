@@ -54,10 +54,10 @@ std::string KernelModule::GetBuildIDText() const
 void KernelModule::EnsureSymbols(std::span<const uint64_t>, std::span<const Profiler::ResolvedFrame>, uint64_t,
                                  Profiler::PlatformSession*)
 {
-    if (ResolveStatus == Profiler::EResolveStatus::OldCapture || WasAskedForSymbols())
+    if (WasAskedForSymbols())
         return;
     const System::MutexLock lock(mLoadMutex);
-    if (WasAskedForSymbols())
+    if (WasAskedForSymbols() || ResolveStatus == Profiler::EResolveStatus::OldCapture)
         return;
     mSymbols = gLoadKernelSymbols(mRequest);
     ResolveStatus = gHasSymbols(mSymbols.Result) ? Profiler::EResolveStatus::Resolved : Profiler::EResolveStatus::Unresolved;

@@ -322,6 +322,27 @@ TEST_F(ModuleDatabaseTest, ASlotThatWasNeverFilledMatchesNothing)
     EXPECT_EQ(mFrames[1].Module, mModules.GetNativeModules()[0].get());
 }
 
+TEST_F(ModuleDatabaseTest, AModuleOfUnknownSizeLeavesTheNextAddressToOthers)
+{
+    Load(AddModule("all", NativeModule::sUnknownImageSize), 0);
+    Load(AddModule("app", 0x1000), 0x10000);
+    Resolve({0x500, 0x10010}, EResolveFlag::CacheOnly);
+    EXPECT_EQ(mFrames[0].Module, mModules.GetNativeModules()[0].get());
+    EXPECT_EQ(mFrames[1].Module, mModules.GetNativeModules()[1].get());
+}
+
+TEST_F(ModuleDatabaseTest, AFunctionThatWasFoundBeforeItWasAddedStaysOne)
+{
+    FakeNativeModule& app = AddModule("app", 0x1000);
+    Load(app, 0x10000);
+    app.AddFunction(0x100, 0x20, "first");
+    app.SortFunctions();
+    app.AddFunction(0x100, 0, "again");
+    app.SortFunctions();
+    Resolve({0x10110}, EResolveFlag::CacheOnly);
+    EXPECT_THAT(PrintFrames(), ElementsAre("app 100+20 at 110 index 0 abs 10110 fn 10100"));
+}
+
 TEST_F(ModuleDatabaseTest, GeneratedFunctionsAreFoundWhereNoModuleIs)
 {
     AddGeneratedFunction();

@@ -265,9 +265,7 @@ void CallstackTrie::MoveCursor(CallstackKey inKey, CallstackCursor& ioCursor) co
     const auto bringForward = [kept, added](std::vector<uint64_t>& ioValues)
     {
         std::reverse(ioValues.end() - static_cast<ptrdiff_t>(added), ioValues.end());
-        std::copy(ioValues.end() - static_cast<ptrdiff_t>(added), ioValues.end(),
-                  ioValues.begin() + static_cast<ptrdiff_t>(kept));
-        ioValues.resize(kept + added);
+        ioValues.erase(ioValues.begin() + static_cast<ptrdiff_t>(kept), ioValues.end() - static_cast<ptrdiff_t>(added));
     };
     bringForward(ioCursor.Addresses);
     bringForward(nodes);

@@ -113,8 +113,8 @@ const NativeModuleInstance* ModuleDatabase::FindInstance(std::span<const uint32_
     return loadedLater;
 }
 
-// Neighbouring frames mostly lie in one module: they are resolved together, under one hold of its lock. An unknown image size
-// makes the bound lie below the base, so that the run is the one address.
+// Neighbouring frames mostly lie in one module: they are resolved together, under one hold of its lock. Where the image's size is
+// unknown, the run is the one address.
 ModuleDatabase::FrameRun ModuleDatabase::FindRun(std::span<const uint32_t> inInstances, std::span<const uint64_t> inAddresses,
                                                  size_t inStart, double inTimeMs) const
 {
@@ -123,8 +123,8 @@ ModuleDatabase::FrameRun ModuleDatabase::FindRun(std::span<const uint32_t> inIns
     if (instance == nullptr)
         return run;
     run.Found = {instance->ImageBase, mNativeModules[instance->NativeModuleIndex].get()};
-    const uint64_t imageEnd = instance->ImageBase + static_cast<uint64_t>(static_cast<int64_t>(run.Found.Module->ImageSize));
-    while (run.End < inAddresses.size() && instance->ImageBase <= inAddresses[run.End] && inAddresses[run.End] < imageEnd)
+    const auto imageSize = static_cast<uint64_t>(std::max(run.Found.Module->ImageSize, 0));
+    while (run.End < inAddresses.size() && inAddresses[run.End] - instance->ImageBase < imageSize)
         ++run.End;
     return run;
 }

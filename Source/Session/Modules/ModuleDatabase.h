@@ -80,7 +80,7 @@ public:
     // --- Modules generated at run time ---
 
     // Replaces all data of run-time generated code. inFunctionInstances are sorted by AbsoluteAddress, inModuleInstances by
-    // ModuleID.
+    // ModuleID. REQUIRES: no lookup runs, nor are results of one in use.
     void SetJITData(std::vector<Function> inFunctions, std::vector<JITFunctionInstance> inFunctionInstances,
                     JITFunctionAddressMap inAddressMap, std::vector<std::unique_ptr<JITModule>> inModules,
                     std::vector<JITModuleInstance> inModuleInstances,

@@ -132,8 +132,23 @@ void NativeModule::AddFunction(uint64_t inRelativeAddress, uint64_t inSize, std:
 void NativeModule::SortFunctions()
 {
     const System::MutexLock lock(mMutex);
-    std::sort(mFunctions.begin(), mFunctions.end(), gIsBelow);
+    SortAndFold();
     mAddedAddresses.clear();
+}
+
+// A function may have been found on its own before it was added: the addresses that were added are all that AddFunction knows.
+void NativeModule::SortAndFold()
+{
+    std::stable_sort(mFunctions.begin(), mFunctions.end(), gIsBelow);
+    size_t count = 0;
+    for (Function& function : mFunctions)
+    {
+        if (count != 0 && mFunctions[count - 1].RelativeAddress == function.RelativeAddress)
+            mFunctions[count - 1].Size = std::max(mFunctions[count - 1].Size, function.Size);
+        else if (&mFunctions[count++] != &function)
+            mFunctions[count - 1] = std::move(function);
+    }
+    mFunctions.resize(count);
     RebuildFunctionStarts();
 }
 
@@ -224,10 +239,7 @@ void NativeModule::MergeFunctions(std::vector<Function>& ioFound)
     const System::MutexLock lock(mMutex);
     // Functions may just be added by another thread, which hasn't sorted them yet.
     if (mFunctionStarts.size() != mFunctions.size())
-    {
-        std::sort(mFunctions.begin(), mFunctions.end(), gIsBelow);
-        RebuildFunctionStarts();
-    }
+        SortAndFold();
     for (Function& function : ioFound)
     {
         const auto place = std::lower_bound(mFunctions.begin(), mFunctions.end(), function, gIsBelow);

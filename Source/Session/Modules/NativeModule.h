@@ -121,6 +121,7 @@ private:
     int32_t ResolveMisses(std::span<ResolvedFrame> ioFrames, uint64_t inBase, const PlatformSession* inStopRule,
                           size_t inFirstMiss, std::vector<Function>& outFound);
     void MergeFunctions(std::vector<Function>& ioFound);
+    void SortAndFold() REQUIRES(mMutex);
     void RebuildFunctionStarts() REQUIRES(mMutex);
     void FillFrame(ResolvedFrame& outFrame, const Function& inFunction, uint64_t inAddress, uint64_t inBase) const;
 
