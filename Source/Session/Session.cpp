@@ -3,6 +3,7 @@
 #include "FileSystem/Path.h"
 #include "Session/Host/PluginManagers.h"
 #include "Session/Modules/ThreadNaming.h"
+#include "Session/Pass/ChunkTime.h"
 #include "Session/Pass/Model.h"
 #include "Session/Pass/ModelPlugin.h"
 #include "Utility/Assert.h"
@@ -187,14 +188,20 @@ void Session::UpdateThreadFromEvent(const TraceEvent& inEvent)
     if (thread == nullptr)
         return;
 
+    // A time that a pass turns away is no time of a thread either.
+    const auto setTime = [&](double& outTimeMs, double inTimeMs)
+    {
+        if (gIsPlaceableTime(sLevel0ChunkLengthMs, inTimeMs))
+            outTimeMs = inTimeMs;
+    };
     const auto start = [&](uint8_t inStartFlag)
     {
-        thread->StartTimeMs = inStartFlag == sExistedAtStart ? 0.0 : inEvent.TimeMs;
+        setTime(thread->StartTimeMs, inStartFlag == sExistedAtStart ? 0.0 : inEvent.TimeMs);
         if (thread->ThreadName.empty())
             thread->ThreadName = gGetThreadNameFromStart(inEvent, mModuleDatabase, mPlatformSession.get());
     };
     const auto end = [&](uint8_t inEndFlag)
-    { thread->EndTimeMs = inEndFlag == sAliveAtEnd ? mInfo->SessionEndTimeMs : inEvent.TimeMs; };
+    { setTime(thread->EndTimeMs, inEndFlag == sAliveAtEnd ? mInfo->SessionEndTimeMs : inEvent.TimeMs); };
 
     if (const auto* plainStart = inEvent.As<ThreadStartEvent>())
         start(plainStart->StartFlag);

@@ -3,6 +3,8 @@
 namespace
 {
 
+using Profiler::OpenBarProcessor;
+
 class OpenBarFiberTest : public OpenBarFixture
 {
 };
@@ -58,6 +60,19 @@ TEST_F(OpenBarFiberTest, AFiberThatComesBackTwiceHasItsZoneTwice)
     EXPECT_EQ(PrintBars(), "main 0..4 run* 4\n"
                            "[Job in main]<main 2..4 run* 2\n"
                            "[Job in main]<main 3..4 run* 1\n");
+}
+
+TEST_F(OpenBarFiberTest, ZonesThatDoubleEachTimeStopAtTheDeepestList)
+{
+    std::string trace = "0 begin A main Job\n1 fiber-out A 7\n";
+    for (int round = 2; round < 30; ++round)
+    {
+        const std::string time = std::to_string(round);
+        trace += time + " fiber-in A 7\n" + time + ".2 fiber-in A 7\n" + time + ".5 fiber-out A 7\n";
+    }
+    Run(trace + "30 fiber-in A 7\n");
+    EXPECT_EQ(mProcessor->GetBars().GetSize(), OpenBarProcessor::sMaxOpenBars);
+    EXPECT_GT(mProcessor->GetNumLeftOutBars(), 0U);
 }
 
 TEST_F(OpenBarFiberTest, ASwitchOutWithoutZonesSavesNothingAndForgetsTheWait)

@@ -28,6 +28,25 @@ TEST_F(OpenBarInstrumentationTest, AZoneOpensOnTopOfItsStackAndCountsNoHit)
     EXPECT_EQ(mProcessor->GetBars()[2].LastAbsoluteAddress, mFixture.GetAddress("work"));
 }
 
+TEST_F(OpenBarInstrumentationTest, ZonesWithoutEndsStopAtTheDeepestList)
+{
+    const size_t deepest = Profiler::OpenBarProcessor::sMaxOpenBars;
+    const auto repeat = [](size_t inCount, const std::string& inLine)
+    {
+        std::string trace;
+        for (size_t i = 0; i < inCount; ++i)
+            trace += inLine;
+        return trace;
+    };
+    Run(repeat(deepest + 9, "0 begin A main Draw\n"));
+    EXPECT_EQ(mProcessor->GetBars().GetSize(), deepest);
+    EXPECT_EQ(mProcessor->GetNumLeftOutBars(), 10U);
+    Run(repeat(10, "1 end A\n"));
+    EXPECT_EQ(mProcessor->GetBars().GetSize(), deepest) << "the ends of zones that never opened";
+    Run(repeat(deepest - 1, "2 end A\n"));
+    EXPECT_EQ(mProcessor->GetBars().GetSize(), 1U);
+}
+
 TEST_F(OpenBarInstrumentationTest, ZonesOfOneFunctionStayApartByTheirAddress)
 {
     Run("0 begin A main+8 Draw\n"

@@ -1,5 +1,7 @@
 #include "OpenBarFixture.h"
 
+#include <limits>
+
 namespace
 {
 
@@ -145,6 +147,17 @@ TEST_F(OpenBarWaitTest, TheFirstSwitchInEndsAWaitSinceTheThreadsStart)
     Start(-1);
     Run("5 in -1 main\n");
     EXPECT_EQ(PrintBars(), "main 1..5 unknown* 4\n");
+}
+
+TEST_F(OpenBarWaitTest, AThreadThatStartsAtNoTimeAtAllHasNotWaited)
+{
+    for (const double start : {1e300, std::numeric_limits<double>::infinity()})
+    {
+        mFixture.GetSession().GetThread(0)->StartTimeMs = start;
+        Start();
+        Run("5 in A main\n6 sample A main\n");
+        EXPECT_EQ(PrintBars(), "main 6..7 run* 1 hits main:1\n");
+    }
 }
 
 TEST_F(OpenBarWaitTest, AWaitWithoutLengthOpensNothingButTheThreadRuns)

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <variant>
 
 namespace Profiler

@@ -86,6 +86,9 @@ std::unique_ptr<EventDispatcher::ThreadEntry> EventDispatcher::MakeEntry(const T
 bool EventDispatcher::FinishEntry(ThreadEntry& ioEntry, Utility::ErrorState& ioErrors)
 {
     ioEntry.Processor.Flush();
+    if (const uint64_t count = ioEntry.Processor.GetNumLeftOutBars(); count != 0)
+        Utility::gLog("Left out %llu zones of thread %d that lay more than %zu bars deep; the capture lacks their ends",
+                      static_cast<unsigned long long>(count), ioEntry.Processor.GetThreadID(), OpenBarProcessor::sMaxOpenBars);
     for (Model* model : mModels)
         if (!model->FinishThread(ioEntry.Processor, ioErrors))
             return false;

@@ -5,6 +5,7 @@
 #include "Session/Session.h"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 
 namespace Profiler
@@ -19,13 +20,19 @@ constexpr ResolveIndex sPlaceholderIndex{ResolveIndex::sUnknownClass};
 constexpr uint8_t sThreadAliveAtEnd = 1; // EndFlag
 constexpr uint8_t sThreadClosed = 2;     // EndFlag
 
+// An interval from a damaged file would make the times of all bars useless.
+double gMakeSoundInterval(double inMs)
+{
+    return std::isfinite(inMs) && inMs >= 0.0 ? inMs : 0.0;
+}
+
 } // namespace
 
 OpenBarProcessor::OpenBarProcessor(Session& inSession, OpenBarProcessorFiberState& ioFiberState,
                                    const BrokenStackHolder& inBrokenStacks, ThreadID inThread, double inStartTime,
                                    float inChunkLength)
     : mThread(inThread),
-      mSampleInterval(inSession.GetSessionInfo().SampleIntervalMs),
+      mSampleInterval(gMakeSoundInterval(inSession.GetSessionInfo().SampleIntervalMs)),
       mSession(inSession),
       mFiberState(ioFiberState),
       mBrokenStackReader(inBrokenStacks, inThread, inStartTime),
@@ -152,8 +159,9 @@ void OpenBarProcessor::HandleSwitchIn(const TraceEvent& inEvent, const ContextSw
         waitState = ThreadState::UnknownWaitState;
     }
 
+    // A start time from a damaged file may lie in no chunk. Those of events can't.
     const double waitEnd = inEvent.TimeMs;
-    if (waitStart != waitEnd)
+    if (waitStart != waitEnd && gIsPlaceableTime(mChunkLength, waitStart))
     {
         const size_t frameCount = ResolveStack(inSwitch.Stack, inEvent.ProcessID, true, waitStart);
         if (frameCount != 0)
@@ -202,8 +210,10 @@ void OpenBarProcessor::HandleThreadEnd(uint8_t inEndFlag)
 void OpenBarProcessor::HandleInstrumentationEnd(double inTime, double inMaxTime)
 {
     const double time = std::min(inTime, inMaxTime);
+    const bool isOfLeftOutZone = mNumLeftOutBegins != 0 && mBars.GetSize() >= sMaxOpenBars;
+    mNumLeftOutBegins = isOfLeftOutZone ? mNumLeftOutBegins - 1 : 0;
     const int last = FindInstrumentedBars().Last;
-    if (last < 0)
+    if (last < 0 || isOfLeftOutZone)
     {
         ClipBars(time);
         return;
@@ -245,16 +255,27 @@ void OpenBarProcessor::HandleFiberSwitchIn(double inTime, uint64_t inFiberID, do
     const Match match = MatchSavedBars();
     CloseUnmatchedBars(match.KeptBars, isNewChunk);
     ExtendBars(match.KeptBars, ThreadState::Executing, start, end);
-    for (size_t i = match.MatchedFrames; i < mSavedBars.size(); ++i)
-    {
-        OpenBar& bar = OpenNewBar(start, end, ThreadState::Executing);
-        bar.InstrumentationContextID = mSavedBars[i].InstrumentationContextID;
-        bar.LastAbsoluteAddress = mSavedBars[i].LastAbsoluteAddress;
-        bar.ReturnAddress = mSavedBars[i].ReturnAddress;
-        bar.Frame = mSavedBars[i].Frame;
-    }
+    OpenSavedBars(match.MatchedFrames, start, end);
     ClearDeferredStates();
     TakeChunk(isNewChunk, chunk, inTime);
+}
+
+void OpenBarProcessor::OpenSavedBars(size_t inFirst, double inStart, double inEnd)
+{
+    for (size_t i = inFirst; i < mSavedBars.size(); ++i)
+    {
+        if (mBars.GetSize() >= sMaxOpenBars)
+        {
+            mNumLeftOutBars += mSavedBars.size() - i;
+            return;
+        }
+        const SavedBar& saved = mSavedBars[i];
+        OpenBar& bar = OpenNewBar(inStart, inEnd, ThreadState::Executing);
+        bar.InstrumentationContextID = saved.InstrumentationContextID;
+        bar.LastAbsoluteAddress = saved.LastAbsoluteAddress;
+        bar.ReturnAddress = saved.ReturnAddress;
+        bar.Frame = saved.Frame;
+    }
 }
 
 // --- Stacks ---
@@ -439,6 +460,13 @@ void OpenBarProcessor::OpenInstrumentedBar(size_t inFrameCount, const StackSpan&
     const ResolvedFrame& leaf = mFrames[inFrameCount - 1];
     if (leaf.Module == nullptr || leaf.FunctionRelativeAddress == sNoAddress)
         return;
+    if (mBars.GetSize() >= sMaxOpenBars)
+    {
+        ++mNumLeftOutBars;
+        ++mNumLeftOutBegins;
+        return;
+    }
+    mNumLeftOutBegins = 0;
 
     ModuleDatabase& modules = mSession.GetModuleDatabase();
     mInstrumentedFrame.clear();

@@ -14,8 +14,9 @@
 // - a stack key of 0 or an unknown key: the event has no frames;
 // - times that go back: spans can then be negative, and count as such in a bar's times;
 // - zone ends and fiber switches during a wait: they settle the bars at their own time as if the thread ran, and the next
-// switch-in
-//   goes back to the wait's start.
+//   switch-in goes back to the wait's start;
+// - zones without an end, and fibers that come back without having left, whose zones open once more each time: from sMaxOpenBars
+//   open bars on, zones are left out and counted, so that neither memory nor time runs away.
 #pragma once
 
 #include "Session/Callstacks/BrokenStacks.h"
@@ -41,6 +42,9 @@ public:
     // A limit that caps nothing.
     static constexpr double sNoTimeLimit = std::numeric_limits<double>::max();
 
+    // Far deeper than any stack with zones is; only a capture that lacks their ends gets there.
+    static constexpr size_t sMaxOpenBars = 4096;
+
     // Opens the thread's broken-stack ranges from inStartTime (milliseconds). inChunkLength, in milliseconds, tells when a report
     // is the first of a later chunk.
     OpenBarProcessor(Session& inSession, OpenBarProcessorFiberState& ioFiberState, const BrokenStackHolder& inBrokenStacks,
@@ -59,6 +63,8 @@ public:
     [[nodiscard]] ThreadID GetThreadID() const { return mThread; }
     [[nodiscard]] ThreadState GetThreadState() const { return mState; }
     [[nodiscard]] const OpenBars& GetBars() const { return mBars; }
+    // Zones, and frames in them, that weren't opened because sMaxOpenBars bars were open.
+    [[nodiscard]] uint64_t GetNumLeftOutBars() const { return mNumLeftOutBars; }
 
     // A change of the bars:
     //   inBars           the list as it stands, including the bars that are about to close
@@ -126,6 +132,7 @@ private:
     [[nodiscard]] Match MatchSavedBars() const;
     OpenBar& OpenNewBar(double inStart, double inEnd, ThreadState inState);
     void OpenFrameBar(size_t inFrame, const StackSpan& inSpan, double inStart, double inEnd);
+    void OpenSavedBars(size_t inFirst, double inStart, double inEnd);
     void OpenInstrumentedBar(size_t inFrameCount, const StackSpan& inSpan, const Instrumentation& inInstrumentation,
                              double inStart, double inEnd);
 
@@ -154,6 +161,8 @@ private:
     BrokenRange mBrokenRange;           // that the reader last began
     size_t mKeptDepth = 0;              // how many open bars match the stack of the broken range
     std::vector<ResolvedFrame> mFrames; // work space of ResolveStack: an address keeps its function from event to event
+    uint64_t mNumLeftOutBars = 0;
+    uint64_t mNumLeftOutBegins = 0; // of them, zones whose ends are still to come
     const float mChunkLength;
     int32_t mChunkIndex = -1;                                  // of the bars so far
     double mChunkTime = std::numeric_limits<double>::lowest(); // when that index was taken
