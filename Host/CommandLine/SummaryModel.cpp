@@ -118,7 +118,7 @@ SummaryModel::~SummaryModel() = default;
 const RTTI::Type& SummaryModel::GetType() const
 {
     // Nothing stores it, so it needs no type of its own.
-    return RTTI::gTypeOf<RTTI::Object>();
+    return RTTI::gTypeOf<Profiler::Model>();
 }
 
 ThreadProcessingState* SummaryModel::CreateThreadProcessingState(OpenBarProcessor& inProcessor)

@@ -204,7 +204,7 @@ struct NamedTypeTable
 
     static constexpr auto sName = Name;
     static inline constinit TypeDescriptor sDescriptor =
-        gMakeDescriptor<Container, typename Table::NameFunctions>(sName.Characters, Table::sKind);
+        gMakeDescriptor<Container, typename Table::NameFunctions, NamedTypeTable>(sName.Characters, Table::sKind);
     static constexpr Type sType{&sDescriptor, &Table::sInfo};
 };
 

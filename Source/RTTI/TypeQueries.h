@@ -12,10 +12,10 @@
 namespace RTTI
 {
 
-// Equal hashes, wherever the two tables stand.
+// Equal hashes, wherever the two tables stand. A type that Finalize never saw has no hash, and is the same as itself only.
 [[nodiscard]] inline bool gIsSameType(const Type& inLeft, const Type& inRight)
 {
-    return inLeft.GetHash() == inRight.GetHash();
+    return inLeft.GetHash() == inRight.GetHash() && (inLeft.GetHash() != sNotFinalized || &inLeft == &inRight);
 }
 
 // Make tables keyed by type: std::unordered_map<const Type*, X, TypeHasher, TypeEqual>.

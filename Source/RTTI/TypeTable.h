@@ -57,11 +57,12 @@ struct SimpleNameFunctions
     }
 };
 
-template <class Reflected>
+// The value is of the type whose descriptor was asked.
+template <class Reflected, class Table>
 OwnedValue gCreateValue()
 {
     if constexpr (std::is_default_constructible_v<Reflected>)
-        return OwnedValue(gTypeOf<Reflected>(), new Reflected());
+        return OwnedValue(Table::sType, new Reflected());
     else
         return {};
 }
@@ -73,14 +74,14 @@ void gDestroyValue(void* inData)
         delete static_cast<Reflected*>(inData);
 }
 
-// A descriptor with the name functions of NameFunctions.
-template <class Reflected, class NameFunctions>
+// The descriptor of Table, with the name functions of NameFunctions.
+template <class Reflected, class NameFunctions, class Table = TypeTable<Reflected>>
 constexpr TypeDescriptor gMakeDescriptor(const char* inName, EKind inKind)
 {
     return {.Name = inName,
             .Size = sizeof(Reflected),
             .Kind = inKind,
-            .Create = &gCreateValue<Reflected>,
+            .Create = &gCreateValue<Reflected, Table>,
             .Destroy = &gDestroyValue<Reflected>,
             .MatchName = &NameFunctions::MatchName,
             .GetName = &NameFunctions::GetName};

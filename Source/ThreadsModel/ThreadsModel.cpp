@@ -6,7 +6,7 @@
 #include "Utility/Log.h"
 
 RTTI_BEGIN(Profiler::ThreadsModel, 43)
-    RTTI_BASE(RTTI::Object)
+    RTTI_BASE(Profiler::Model)
 RTTI_END()
 
 namespace Profiler

@@ -236,6 +236,15 @@ TEST_F(FinalizeTest, AReplacedTableThatIsStillInUseIsFilledToo)
     EXPECT_TRUE(RTTI::gIsSameType(ofField, RTTI::gTypeOf<std::vector<int32_t>>()));
 }
 
+TEST_F(FinalizeTest, AFieldsOwnTableMakesValuesOfItsType)
+{
+    RTTI::CurrentModuleScope scope(mRegistry, 1);
+    mRegistry.Register(RTTI::gTypeOf<Zoo::Cage>());
+    mRegistry.Finalize();
+    const RTTI::Type& ofField = *RTTI::gFindProperty(RTTI::gTypeOf<Zoo::Cage>(), "Neighbours")->Type;
+    EXPECT_TRUE(RTTI::gIsSameType(*ofField.Descriptor->Create().GetType(), ofField));
+}
+
 TEST_F(FinalizeTest, ATypeThatWasNeverRegisteredStaysOpen)
 {
     RTTITest::HandMadeClass left;

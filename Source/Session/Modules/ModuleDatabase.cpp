@@ -23,7 +23,7 @@ RTTI_BEGIN(Profiler::ModuleDatabase, 2)
     RTTI_PROPERTY("JITModuleInstances", mJITModuleInstances)
     RTTI_PROPERTY("JITFunctions", mJITFunctions)
     RTTI_PROPERTY("JITFunctionInstances", mJITFunctionInstances)
-    RTTI_PROPERTY("JITFunctionAddressMap", mJITFunctionAddressMap)
+    RTTI_PROPERTY_AS("JITFunctionAddressMap", mJITFunctionAddressMap, "Map_uint64_t_To_Profiler::JITFunctionIndices")
     RTTI_PROPERTY("JITExtraDataStorage", mJITExtraDataStorage)
 RTTI_END()
 

@@ -5,6 +5,7 @@
 // Ownership: a session owns its models; a model refers to its session and plugin, which outlive it.
 #pragma once
 
+#include "RTTI/Declare.h"
 #include "RTTI/Object.h"
 #include "Session/Events/TraceEvent.h"
 #include "Utility/ErrorState.h"
@@ -64,3 +65,5 @@ private:
 };
 
 } // namespace Profiler
+
+RTTI_DECLARE(Profiler::Model);
