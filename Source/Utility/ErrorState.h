@@ -64,8 +64,8 @@ private:
     ErrorList* mState;
 };
 
-// Gives inCondition back, and records a failure if it is false. The text is only formatted on failure; without arguments it is
-// taken as it stands, percent signs included.
+// Gives inCondition back, and records a failure if it is false. The text is only formatted on failure, by the rules of gFormat
+// with a std::string for %s; without arguments it is taken as it stands, percent signs included.
 template <class... Arguments>
 bool Check(ErrorList& ioErrors, bool inCondition, uint32_t inCode, const char* inFormat, const Arguments&... inArguments)
 {
@@ -74,7 +74,7 @@ bool Check(ErrorList& ioErrors, bool inCondition, uint32_t inCode, const char* i
     if constexpr (sizeof...(Arguments) == 0)
         ioErrors.AddError(inCode, inFormat);
     else
-        ioErrors.AddError(inCode, gFormat(inFormat, inArguments...));
+        ioErrors.AddError(inCode, gFormat(inFormat, gFormatArgument(inArguments)...));
     return false;
 }
 
