@@ -1,32 +1,23 @@
 #include "Utility/ByteBuffer.h"
 
 #include <algorithm>
-#include <limits>
+#include <cstddef>
 #include <new>
-#include <utility>
 
 namespace Utility
 {
-namespace
-{
 
-constexpr size_t sAlignment = 16;
-
-} // namespace
-
+// Growing in place where the allocator can, and by moving pages instead of bytes where the buffer is large: a buffer that grows
+// to many megabytes would else spend its time in page faults.
 void ByteBuffer::Grow(size_t inSize)
 {
+    static_assert(alignof(std::max_align_t) >= 16, "realloc keeps the alignment that the buffer promises");
     const size_t capacity = std::max(mCapacity + mCapacity / 2, inSize);
-    if (capacity > std::numeric_limits<size_t>::max() - sAlignment)
-        throw std::bad_alloc();
-    // Aligned allocations come in whole multiples of the alignment.
-    const size_t allocated = (capacity + sAlignment - 1) / sAlignment * sAlignment;
-    std::unique_ptr<uint8_t[], FreeBytes> data(static_cast<uint8_t*>(std::aligned_alloc(sAlignment, allocated)));
+    void* data = std::realloc(mData.get(), capacity);
     if (data == nullptr)
         throw std::bad_alloc();
-    if (mSize != 0)
-        std::memcpy(data.get(), mData.get(), mSize);
-    mData = std::move(data);
+    static_cast<void>(mData.release()); // realloc took it over
+    mData.reset(static_cast<uint8_t*>(data));
     mCapacity = capacity;
 }
 

@@ -63,6 +63,17 @@ public:
         std::memcpy(mData.get() + offset, inData, inSize);
     }
 
+    // Puts bytes in front of those that are there. REQUIRES: as Append.
+    void Prepend(const void* inData, size_t inSize)
+    {
+        if (inSize == 0)
+            return;
+        const size_t oldSize = mSize;
+        Resize(oldSize + inSize);
+        std::memmove(mData.get() + inSize, mData.get(), oldSize);
+        std::memcpy(mData.get(), inData, inSize);
+    }
+
     // Appends the little-endian bytes of a number. The system runs on x86-64, where these are its bytes in memory.
     template <class T>
     void AppendValue(T inValue)

@@ -51,8 +51,12 @@ TEST(ByteBuffer, ContentSurvivesGrowth)
         std::vector<uint8_t> piece(random() % 300);
         for (uint8_t& byte : piece)
             byte = static_cast<uint8_t>(random());
-        buffer.Append(piece.data(), piece.size());
-        expected.insert(expected.end(), piece.begin(), piece.end());
+        const bool isInFront = step % 5 == 0;
+        if (isInFront)
+            buffer.Prepend(piece.data(), piece.size());
+        else
+            buffer.Append(piece.data(), piece.size());
+        expected.insert(isInFront ? expected.begin() : expected.end(), piece.begin(), piece.end());
     }
     EXPECT_EQ(std::vector<uint8_t>(buffer.GetData(), buffer.GetData() + buffer.GetSize()), expected);
 }
