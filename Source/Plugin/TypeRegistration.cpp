@@ -2,6 +2,7 @@
 
 #include "RTTI/Primitives.h"
 #include "RTTI/Registry.h"
+#include "Serialization/Schema.h"
 #include "Serialization/SerializableGUID.h"
 #include "Session/Session.h"
 #include "ThreadsModel/ThreadsModel.h"
@@ -27,7 +28,7 @@ void gRegisterSessionTypes(RTTI::Registry& ioRegistry)
 
 void gRegisterSerializationTypes(RTTI::Registry& ioRegistry)
 {
-    gRegisterAll<Serialization::SerializableGUID>(ioRegistry);
+    gRegisterAll<Serialization::SerializableGUID, Serialization::Schema>(ioRegistry);
 }
 
 void gRegisterTimelineTypes(RTTI::Registry& ioRegistry)
