@@ -4,6 +4,7 @@
 #include "RTTI/Registry.h"
 #include "Serialization/Schema.h"
 #include "Serialization/SerializableGUID.h"
+#include "Session/Events/TraceEventStream.h"
 #include "Session/Session.h"
 #include "ThreadsModel/ThreadsModel.h"
 
@@ -20,8 +21,8 @@ void gRegisterAll(RTTI::Registry& ioRegistry)
 
 void gRegisterSessionTypes(RTTI::Registry& ioRegistry)
 {
-    gRegisterAll<SessionInfo, Session, Process, OptionalProcessInfo, CPUUsageSample, Thread, CallstackDatabase, Module,
-                 NativeModule, JITModule, Function, NativeModuleInstance, JITModuleInstance, JITFunctionInstance,
+    gRegisterAll<SessionInfo, Session, TraceEventStream, Process, OptionalProcessInfo, CPUUsageSample, Thread, CallstackDatabase,
+                 Module, NativeModule, JITModule, Function, NativeModuleInstance, JITModuleInstance, JITFunctionInstance,
                  JITExtraDataStorage, ModuleDatabase, InstrumentationDatabase, InstrumentationData, ResolveIndex, ResolvedAddress,
                  PlatformSession, OpenBarProcessorFiberState, SavedFiberState, SavedBar, FiberEventData>(ioRegistry);
 }
