@@ -1,7 +1,7 @@
 #include "Serialization/BinaryWriter.h"
 
-#include "FileSystem/Delete.h"
 #include "FileSystem/File.h"
+#include "FileSystem/ReplacingFile.h"
 #include "RTTI/ContainerIterators.h"
 #include "RTTI/Object.h"
 #include "RTTI/TypeQueries.h"
@@ -256,40 +256,35 @@ void gWrite(std::ofstream& ioFile, const Utility::ByteBuffer& inBuffer)
     ioFile.write(reinterpret_cast<const char*>(inBuffer.GetData()), static_cast<std::streamsize>(inBuffer.GetSize()));
 }
 
-// Writes the file at inPath. Errors name the file that the user knows.
-bool gWriteContainer(EncodedContainer& ioContainer, const std::string& inPath, const std::string& inKnownPath,
-                     Utility::ErrorState& ioErrors)
-{
-    std::ofstream file;
-    FileSystem::gOpenWrite(file, inPath, std::ios_base::out | std::ios_base::binary | std::ios_base::trunc);
-    if (!Utility::Check(ioErrors, file.is_open(), sWriteError, "Unable to open file %s for writing", inKnownPath))
-        return false;
-    gWrite(file, ioContainer.Header);
-    gWrite(file, ioContainer.Encoder.GetData());
-    file.close();
-    return Utility::Check(ioErrors, file.good(), sWriteError, "Unable to write file %s", inKnownPath);
-}
-
 } // namespace
 
 bool gWriteObjectsToFile(const std::string& inPath, std::span<const RTTI::Object* const> inObjects, Utility::ErrorState& ioErrors)
 {
     EncodedContainer container(ioErrors);
-    return container.Encode(inObjects) && gWriteContainer(container, inPath, inPath, ioErrors);
+    if (!container.Encode(inObjects))
+        return false;
+    std::ofstream file;
+    FileSystem::gOpenWrite(file, inPath, std::ios_base::out | std::ios_base::binary | std::ios_base::trunc);
+    if (!Utility::Check(ioErrors, file.is_open(), sWriteError, "Unable to open file %s for writing", inPath))
+        return false;
+    gWrite(file, container.Header);
+    gWrite(file, container.Encoder.GetData());
+    file.close();
+    return Utility::Check(ioErrors, file.good(), sWriteError, "Unable to write file %s", inPath);
 }
 
 bool gReplaceFileWithObjects(const std::string& inPath, std::span<const RTTI::Object* const> inObjects,
                              Utility::ErrorState& ioErrors)
 {
     EncodedContainer container(ioErrors);
-    const std::string newPath = inPath + ".new";
     if (!container.Encode(inObjects))
         return false;
-    if (gWriteContainer(container, newPath, inPath, ioErrors) &&
-        Utility::Check(ioErrors, FileSystem::gRename(newPath, inPath), sWriteError, "Unable to write file %s", inPath))
-        return true;
-    static_cast<void>(FileSystem::gDeleteFile(newPath));
-    return false;
+    FileSystem::ReplacingFile file(inPath);
+    if (!Utility::Check(ioErrors, file.IsOpen(), sWriteError, "Unable to open file %s for writing", inPath))
+        return false;
+    file.Write(container.Header.GetData(), container.Header.GetSize());
+    file.Write(container.Encoder.GetData().GetData(), container.Encoder.GetData().GetSize());
+    return Utility::Check(ioErrors, file.Commit(), sWriteError, "Unable to write file %s", inPath);
 }
 
 bool gWriteObjectsToBuffer(Utility::ByteBuffer& ioBuffer, std::span<const RTTI::Object* const> inObjects,

@@ -22,8 +22,8 @@ namespace Serialization
 [[nodiscard]] bool gWriteObjectsToFile(const std::string& inPath, std::span<const RTTI::Object* const> inObjects,
                                        Utility::ErrorState& ioErrors);
 
-// As gWriteObjectsToFile, but a file that is there stays whole until the new one is: the container is first written beside it,
-// under its name with ".new" behind. For what can't be made again from other files.
+// As gWriteObjectsToFile, but a file that is there stays whole until the new one is; see FileSystem::ReplacingFile. For what
+// can't be made again from other files.
 [[nodiscard]] bool gReplaceFileWithObjects(const std::string& inPath, std::span<const RTTI::Object* const> inObjects,
                                            Utility::ErrorState& ioErrors);
 

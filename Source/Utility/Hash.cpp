@@ -33,6 +33,26 @@ uint64_t gHash64(const void* inData, size_t inSize)
     return XXH64(inData, inSize, 0);
 }
 
+Hash64Stream::Hash64Stream() : mState(XXH64_createState())
+{
+    XXH64_reset(mState.get(), 0);
+}
+
+void Hash64Stream::FreeState::operator()(XXH64_state_s* inState) const
+{
+    XXH64_freeState(inState);
+}
+
+void Hash64Stream::Add(const void* inData, size_t inSize)
+{
+    XXH64_update(mState.get(), inData, inSize);
+}
+
+uint64_t Hash64Stream::Get() const
+{
+    return XXH64_digest(mState.get());
+}
+
 uint64_t gCRC64(const void* inData, size_t inSize, uint64_t inInitial)
 {
     const auto* bytes = static_cast<const uint8_t*>(inData);

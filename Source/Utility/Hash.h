@@ -4,7 +4,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
+
+struct XXH64_state_s;
 
 namespace Utility
 {
@@ -15,6 +18,23 @@ namespace Utility
 {
     return gHash64(inText.data(), inText.size());
 }
+
+// gHash64 of bytes that come in pieces.
+class Hash64Stream
+{
+public:
+    Hash64Stream();
+
+    void Add(const void* inData, size_t inSize);
+    [[nodiscard]] uint64_t Get() const;
+
+private:
+    struct FreeState
+    {
+        void operator()(XXH64_state_s* inState) const;
+    };
+    std::unique_ptr<XXH64_state_s, FreeState> mState;
+};
 
 // CRC-64 with the Jones polynomial in reflected form (0x95AC9329AC4BC9B5), no final xor. inInitial continues an earlier value.
 [[nodiscard]] uint64_t gCRC64(const void* inData, size_t inSize, uint64_t inInitial);

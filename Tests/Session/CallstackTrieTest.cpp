@@ -1,5 +1,6 @@
 #include "Session/Callstacks/CallstackTrie.h"
 
+#include "Session/Callstacks/TrieBlock.h"
 #include "Tests/Utility/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -186,7 +187,7 @@ Callstack gMakeHeapStack(CallstackKey inNode)
 
 TEST(CallstackTrieThreadsTest, StacksAreReadWhileOthersAreAdded)
 {
-    constexpr CallstackKey nodeCount = 2 * CallstackTrie::sNodesPerBlock + 10; // the list of blocks grows twice
+    constexpr CallstackKey nodeCount = 2 * TrieBlock::sNodesPerBlock + 10; // the list of blocks grows twice
     CallstackTrie trie(CallstackTrie::ELookups::WhileAdding);
     trie.InitializeCallstacks();
 

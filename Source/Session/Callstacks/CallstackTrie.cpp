@@ -1,9 +1,9 @@
 #include "Session/Callstacks/CallstackTrie.h"
 
+#include "Session/Callstacks/TrieBlock.h"
 #include "Utility/Assert.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace Profiler
 {
@@ -29,49 +29,6 @@ int32_t gGetParentWidth(uint64_t inHighestID)
 }
 
 } // namespace
-
-struct CallstackTrie::TrieBlock
-{
-    explicit TrieBlock(int32_t inParentWidth)
-        : Addresses(new uint64_t[sNodesPerBlock]),
-          Parents(new uint8_t[sNodesPerBlock * static_cast<uint64_t>(inParentWidth)]),
-          ParentWidth(inParentWidth)
-    {
-    }
-
-    [[nodiscard]] CallstackKey GetParent(uint64_t inSlot) const
-    {
-        switch (ParentWidth)
-        {
-        case 2:
-            return LoadParent<uint16_t>(inSlot);
-        case 4:
-            return LoadParent<uint32_t>(inSlot);
-        default:
-            return LoadParent<uint64_t>(inSlot);
-        }
-    }
-
-    // Parents are lower than their children, so they fit a width that holds the block's own IDs.
-    void SetParent(uint64_t inSlot, CallstackKey inParent)
-    {
-        std::memcpy(Parents.get() + inSlot * static_cast<uint64_t>(ParentWidth), &inParent, static_cast<size_t>(ParentWidth));
-    }
-
-    std::unique_ptr<uint64_t[]> Addresses;
-    std::unique_ptr<uint8_t[]> Parents; // little-endian, ParentWidth bytes each
-    int32_t ParentWidth;
-    int32_t Count = 0;
-
-private:
-    template <class T>
-    [[nodiscard]] CallstackKey LoadParent(uint64_t inSlot) const
-    {
-        T parent;
-        std::memcpy(&parent, Parents.get() + inSlot * sizeof(T), sizeof(T));
-        return parent;
-    }
-};
 
 CallstackTrie::CallstackTrie(ELookups inLookups) : mLookups(inLookups) {}
 
@@ -151,7 +108,7 @@ size_t CallstackTrie::GetBlockBytes() const
 {
     size_t bytes = 0;
     for (const TrieBlock& block : mBlocks)
-        bytes += sNodesPerBlock * (sizeof(uint64_t) + static_cast<size_t>(block.ParentWidth));
+        bytes += TrieBlock::sNodesPerBlock * (sizeof(uint64_t) + static_cast<size_t>(block.ParentWidth));
     return bytes;
 }
 
@@ -175,8 +132,8 @@ CallstackKey CallstackTrie::FindOrAddNode(uint64_t inAddress, CallstackKey inPar
     while (mHashTable[slot] != sRoot)
     {
         const CallstackKey candidate = mHashTable[slot];
-        const TrieBlock& block = mBlocks[candidate / sNodesPerBlock];
-        const uint64_t blockSlot = candidate % sNodesPerBlock;
+        const TrieBlock& block = mBlocks[candidate / TrieBlock::sNodesPerBlock];
+        const uint64_t blockSlot = candidate % TrieBlock::sNodesPerBlock;
         if (block.GetParent(blockSlot) == inParent && block.Addresses[blockSlot] == inAddress)
             return candidate;
         slot = (slot + 1) & mask;
@@ -189,9 +146,9 @@ CallstackKey CallstackTrie::FindOrAddNode(uint64_t inAddress, CallstackKey inPar
 
 CallstackKey CallstackTrie::AppendNode(uint64_t inAddress, CallstackKey inParent)
 {
-    if (mBlocks.empty() || mBlocks.back().Count == static_cast<int32_t>(sNodesPerBlock))
+    if (mBlocks.empty() || mBlocks.back().Count == static_cast<int32_t>(TrieBlock::sNodesPerBlock))
     {
-        TrieBlock block(gGetParentWidth(mBlocks.size() * sNodesPerBlock + sNodesPerBlock - 1));
+        TrieBlock block(gGetParentWidth(mBlocks.size() * TrieBlock::sNodesPerBlock + TrieBlock::sNodesPerBlock - 1));
         if (mLookups == ELookups::WhileAdding)
         {
             const System::MutexLock lock(mMutex);
@@ -233,8 +190,8 @@ void CallstackTrie::CollectStack(CallstackKey inKey, Callstack& outStack) const
 {
     for (CallstackKey node = inKey; node != sRoot;)
     {
-        const TrieBlock& block = mBlocks[node / sNodesPerBlock];
-        const uint64_t slot = node % sNodesPerBlock;
+        const TrieBlock& block = mBlocks[node / TrieBlock::sNodesPerBlock];
+        const uint64_t slot = node % TrieBlock::sNodesPerBlock;
         outStack.push_back(block.Addresses[slot]);
         node = block.GetParent(slot);
     }
@@ -254,8 +211,8 @@ void CallstackTrie::MoveCursor(CallstackKey inKey, CallstackCursor& ioCursor) co
             --kept;
         if (node == sRoot || (kept > 0 && nodes[kept - 1] == node))
             break;
-        const TrieBlock& block = mBlocks[node / sNodesPerBlock];
-        const uint64_t slot = node % sNodesPerBlock;
+        const TrieBlock& block = mBlocks[node / TrieBlock::sNodesPerBlock];
+        const uint64_t slot = node % TrieBlock::sNodesPerBlock;
         ioCursor.Addresses.push_back(block.Addresses[slot]);
         nodes.push_back(node);
         ++added;

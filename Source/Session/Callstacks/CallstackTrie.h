@@ -8,18 +8,23 @@
 // key is only handed out once its node is complete.
 #pragma once
 
+#include "Serialization/ReaderErrorState.h"
 #include "Session/Callstacks/Callstack.h"
 #include "Session/Events/TraceEvent.h"
 #include "System/Mutex.h"
+#include "Utility/ErrorState.h"
 
 #include <atomic>
 #include <memory>
 #include <span>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
 namespace Profiler
 {
+
+struct TrieBlock;
 
 // A stack that is read again and again by one reader. Neighbouring stacks of a thread share their outer frames, and a cursor only
 // walks the frames that differ from the stack before. Threads: one at a time. Invariant: belongs to the first trie that filled
@@ -33,8 +38,6 @@ struct CallstackCursor
 class CallstackTrie
 {
 public:
-    // 65535, not 65536: the last ID of the first block is then 65534.
-    static constexpr uint64_t sNodesPerBlock = 65535;
     static constexpr CallstackKey sRoot = 0; // the empty stack
 
     enum class ELookups
@@ -74,9 +77,14 @@ public:
     // Bytes held by the blocks, without the table and the last stacks that only adding needs.
     [[nodiscard]] size_t GetBlockBytes() const;
 
-private:
-    struct TrieBlock;
+    // Writes the store to a file, which Docs/StackStore.md describes. A file that is there stays whole until the new one is.
+    [[nodiscard]] bool SaveCallstacks(const std::string& inPath, Utility::ErrorState& ioErrors) const;
 
+    // Takes over what SaveCallstacks wrote; afterwards the store answers lookups, and nothing can be added. On failure it stays
+    // as it was. REQUIRES: not initialized.
+    [[nodiscard]] bool LoadCallstacks(const std::string& inPath, Serialization::ReaderErrorState& ioErrors);
+
+private:
     struct StackNode
     {
         uint64_t Address;

@@ -4,7 +4,6 @@
 #include "FileSystem/Path.h"
 #include "Serialization/BinaryFileReader.h"
 #include "Serialization/BinaryWriter.h"
-#include "Session/Events/TraceEventStreamReader.h"
 
 #include <cerrno>
 #include <cstring>
@@ -164,11 +163,6 @@ bool TraceEventStream::WriteIndex(const std::string& inIndexPath, Utility::Error
 {
     const RTTI::Object* object = this;
     return Serialization::gReplaceFileWithObjects(inIndexPath, {&object, 1}, ioErrors);
-}
-
-TraceEventStreamReader TraceEventStream::CreateReader(double inStartTimeMs) const
-{
-    return {*this, inStartTimeMs};
 }
 
 } // namespace Profiler

@@ -27,6 +27,12 @@ Utility::ByteBuffer gCopy(const Utility::ByteBuffer& inBuffer)
 
 } // namespace
 
+// Here and not with the stream, which needn't know its readers.
+TraceEventStreamReader TraceEventStream::CreateReader(double inStartTimeMs) const
+{
+    return {*this, inStartTimeMs};
+}
+
 TraceEventStreamReader::TraceEventStreamReader(const TraceEventStream& inStream, double inStartTimeMs)
     : mStream(&inStream),
       mIncludeInstrumentation(inStream.IncludesInstrumentation())
