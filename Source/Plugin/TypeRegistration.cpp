@@ -6,6 +6,11 @@
 #include "Serialization/SerializableGUID.h"
 #include "Session/Events/TraceEventStream.h"
 #include "Session/Session.h"
+#include "Session/Settings/AnimatableValues.h"
+#include "Session/Settings/CaptureMethod.h"
+#include "Session/Settings/ChildProcessRules.h"
+#include "Session/Settings/GeneralSettings.h"
+#include "Session/Settings/SymbolSettings.h"
 #include "ThreadsModel/ThreadsModel.h"
 
 namespace Profiler
@@ -27,6 +32,13 @@ void gRegisterSessionTypes(RTTI::Registry& ioRegistry)
                  PlatformSession, OpenBarProcessorFiberState, SavedFiberState, SavedBar, FiberEventData>(ioRegistry);
 }
 
+void gRegisterSettings(RTTI::Registry& ioRegistry)
+{
+    gRegisterAll<SharedSymbolSettings, GeneralSettings, ChildProcessRules, Rule, SerializedAnimatableInt,
+                 SerializedAnimatableFloat, SerializedAnimatableDouble, CaptureMethodConfiguration, CaptureInitProgress>(
+        ioRegistry);
+}
+
 void gRegisterSerializationTypes(RTTI::Registry& ioRegistry)
 {
     gRegisterAll<Serialization::SerializableGUID, Serialization::Schema>(ioRegistry);
@@ -44,6 +56,7 @@ void gRegisterTypes(RTTI::Registry& ioRegistry)
     // A later registration of a name replaces the earlier one, so the order is part of what a host sees.
     RTTI::gRegisterFundamentalTypes(ioRegistry);
     gRegisterSessionTypes(ioRegistry);
+    gRegisterSettings(ioRegistry);
     gRegisterSerializationTypes(ioRegistry);
     gRegisterTimelineTypes(ioRegistry);
 }

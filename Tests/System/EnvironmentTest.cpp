@@ -1,5 +1,7 @@
 #include "System/Environment.h"
 
+#include "Tests/System/VariableScope.h"
+
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -10,27 +12,6 @@
 
 namespace
 {
-
-// Sets or, without a value, removes a variable until the end of the block.
-class VariableScope
-{
-public:
-    VariableScope(const char* inName, const char* inValue) : mName(inName)
-    {
-        if (const char* before = std::getenv(inName))
-            mBefore = before;
-        Set(inValue);
-    }
-    ~VariableScope() { Set(mBefore ? mBefore->c_str() : nullptr); }
-    VariableScope(const VariableScope&) = delete;
-    VariableScope& operator=(const VariableScope&) = delete;
-
-private:
-    void Set(const char* inValue) const { inValue != nullptr ? setenv(mName, inValue, 1) : unsetenv(mName); }
-
-    const char* mName;
-    std::optional<std::string> mBefore;
-};
 
 TEST(Environment, AbsentAndEmptyVariablesAreEmpty)
 {

@@ -1,6 +1,8 @@
 // What a thread is doing, and the vocabulary to show it.
 #pragma once
 
+#include "Session/Processes/Theme.h"
+
 #include <array>
 #include <cstdint>
 
@@ -35,13 +37,6 @@ inline constexpr uint8_t sWaitReasonTerminated = 22;
 // Short names and descriptions of the states 0 to 7.
 extern const std::array<const char*, sNumTimedThreadStates> ThreadStateName;
 extern const std::array<const char*, sNumTimedThreadStates> ThreadStateDescription;
-
-enum class EThemeType : uint32_t
-{
-    Light = 0,
-    Dark = 1,
-    FollowWindows = 2, // has no colours of its own: resolve it to one of the others first
-};
 
 // Red, green, blue, alpha, each from 0 to 1.
 using Color = std::array<float, 4>;

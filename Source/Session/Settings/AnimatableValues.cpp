@@ -1,0 +1,25 @@
+#include "Session/Settings/AnimatableValues.h"
+
+RTTI_BEGIN(Profiler::SerializedAnimatableInt, 1)
+    RTTI_PROPERTY("Value", Value)
+    RTTI_PROPERTY("StartValue", StartValue)
+    RTTI_PROPERTY("TargetValue", TargetValue)
+    RTTI_PROPERTY("CurvePosition", CurvePosition)
+    RTTI_PROPERTY("IsDirty", IsDirty)
+RTTI_END()
+
+RTTI_BEGIN(Profiler::SerializedAnimatableFloat, 1)
+    RTTI_PROPERTY("Value", Value)
+    RTTI_PROPERTY("StartValue", StartValue)
+    RTTI_PROPERTY("TargetValue", TargetValue)
+    RTTI_PROPERTY("CurvePosition", CurvePosition)
+    RTTI_PROPERTY("IsDirty", IsDirty)
+RTTI_END()
+
+RTTI_BEGIN(Profiler::SerializedAnimatableDouble, 1)
+    RTTI_PROPERTY("Value", Value)
+    RTTI_PROPERTY("StartValue", StartValue)
+    RTTI_PROPERTY("TargetValue", TargetValue)
+    RTTI_PROPERTY("CurvePosition", CurvePosition)
+    RTTI_PROPERTY("IsDirty", IsDirty)
+RTTI_END()
