@@ -61,15 +61,15 @@ void ModuleDatabase::SetNativeModuleInstances(std::vector<NativeModuleInstance> 
 {
     const System::MutexLock lock(mMutex);
     mNativeModuleInstances = std::move(inInstances);
+    SortNativeModuleInstances();
+}
+
+void ModuleDatabase::SortNativeModuleInstances()
+{
     // Stable, so that instances with one base keep the order in which they were loaded.
     std::stable_sort(mNativeModuleInstances.begin(), mNativeModuleInstances.end(),
                      [](const NativeModuleInstance& inFirst, const NativeModuleInstance& inSecond)
                      { return inFirst.ImageBase < inSecond.ImageBase; });
-    IndexInstancesByProcess();
-}
-
-void ModuleDatabase::IndexInstancesByProcess()
-{
     mProcessInstances.clear();
     for (uint32_t i = 0; i < mNativeModuleInstances.size(); ++i)
         mProcessInstances[mNativeModuleInstances[i].ProcessID].push_back(i);
@@ -100,7 +100,7 @@ const NativeModuleInstance* ModuleDatabase::FindInstance(std::span<const uint32_
     while (next != inInstances.begin())
     {
         const NativeModuleInstance& instance = mNativeModuleInstances[*--next];
-        // An index from a damaged file names no module; nothing can be found in such an instance.
+        // Instances may be set ahead of their modules; nothing can be found in them yet.
         if (instance.NativeModuleIndex >= mNativeModules.size())
             continue;
         if (mNativeModules[instance.NativeModuleIndex]->EndsBelow(inAddress, instance.ImageBase))
@@ -156,6 +156,18 @@ void ModuleDatabase::SetJITData(std::vector<Function> inFunctions, std::vector<J
     mJITModules = std::move(inModules);
     mJITModuleInstances = std::move(inModuleInstances);
     mJITExtraDataStorage = std::move(inExtraDataStorage);
+}
+
+void ModuleDatabase::SetUpgradedJITFunctionInstances(std::vector<JITFunctionInstance> inInstances)
+{
+    const System::MutexLock lock(mMutex);
+    mJITFunctionInstances = std::move(inInstances);
+}
+
+void ModuleDatabase::SetUpgradedJITModuleInstances(std::vector<JITModuleInstance> inInstances)
+{
+    const System::MutexLock lock(mMutex);
+    mJITModuleInstances = std::move(inInstances);
 }
 
 const JITFunctionInstance* ModuleDatabase::FindJITFunctionInstance(uint64_t inAddress, int32_t inProcessID, double inTimeMs) const
@@ -347,7 +359,8 @@ ModuleDatabase::FindFunctions(const std::function<bool(const std::string&)>& inP
     {
         const System::MutexLock lock(mMutex);
         for (const auto& nativeModule : mNativeModules)
-            modules.push_back(nativeModule.get());
+            if (nativeModule != nullptr)
+                modules.push_back(nativeModule.get());
     }
     for (const NativeModule* nativeModule : modules)
         nativeModule->ForEachCachedFunction(
@@ -368,33 +381,6 @@ ModuleDatabase::FindFunctions(const std::function<bool(const std::string&)>& inP
                              {function.RelativeAddress, {ResolveIndex::sJITClass | i}}});
     }
     return found;
-}
-
-void ModuleDatabase::OnLoaded(Session& inSession)
-{
-    {
-        // Only the list is copied under the lock: a module may look things up here while it is told.
-        std::vector<Module*> modules;
-        {
-            const System::MutexLock lock(mMutex);
-            for (const auto& nativeModule : mNativeModules)
-                modules.push_back(nativeModule.get());
-            for (const auto& jitModule : mJITModules)
-                modules.push_back(jitModule.get());
-            IndexInstancesByProcess();
-        }
-        for (Module* module : modules)
-            module->OnLoaded(inSession);
-    }
-    mInstrumentationDatabase.OnLoaded();
-    NumberNativeModules();
-}
-
-void ModuleDatabase::NumberNativeModules()
-{
-    const System::MutexLock lock(mMutex);
-    for (uint32_t i = 0; i < mNativeModules.size(); ++i)
-        mNativeModules[i]->SetIndex(i);
 }
 
 std::string gGetFrameDisplayName(const ResolvedFunctionInfo& inFrame)

@@ -3,7 +3,7 @@
 // Threads: lookups from any thread; the lists are set by one thread before a pass, or grown during one by the pass's own thread.
 // Ownership: owns its modules, which never move and live as long as it does. Locks: mMutex guards the lists and is never held
 // while a module's own lock is taken or the platform is called. Invariant: NativeModules[i] has the index i; instances are sorted
-// by ImageBase.
+// by ImageBase. After OnLoaded every index between the lists leads to something, whatever was in the file.
 #pragma once
 
 #include "Session/Modules/InstrumentationDatabase.h"
@@ -119,14 +119,20 @@ public:
 
     // --- Life ---
 
-    // Runs after the session file was read.
+    // Runs after the session file was read, and before the first lookup. Whatever else the file holds, lookups are safe
+    // afterwards: records that refer to nothing are left out, which is told in the log, and what is searched is sorted.
     void OnLoaded(Session& inSession);
+
+    // What the upgrade of an old file made; OnLoaded sorts it.
+    void SetUpgradedJITFunctionInstances(std::vector<JITFunctionInstance> inInstances);
+    void SetUpgradedJITModuleInstances(std::vector<JITModuleInstance> inInstances);
 
     // Gives each native module its position as its index.
     void NumberNativeModules();
 
     [[nodiscard]] InstrumentationDatabase& GetInstrumentationDatabase() { return mInstrumentationDatabase; }
     [[nodiscard]] const InstrumentationDatabase& GetInstrumentationDatabase() const { return mInstrumentationDatabase; }
+    // Null stands for a module of the session file that nobody here could read: the others keep their positions.
     [[nodiscard]] const std::vector<std::unique_ptr<NativeModule>>& GetNativeModules() const NO_THREAD_SAFETY_ANALYSIS
     {
         return mNativeModules;
@@ -161,7 +167,13 @@ private:
                                    double inTimeMs) const REQUIRES(mMutex);
     [[nodiscard]] size_t FindRuns(std::span<const uint64_t> inAddresses, size_t inStart, int32_t inProcessID, double inTimeMs,
                                   std::span<FrameRun> outRuns) const;
-    void IndexInstancesByProcess() REQUIRES(mMutex);
+    void SortNativeModuleInstances() REQUIRES(mMutex);
+    void LeaveOutUnusableRecords() REQUIRES(mMutex);
+    [[nodiscard]] size_t LeaveOutNativeModuleInstances() REQUIRES(mMutex);
+    [[nodiscard]] size_t LeaveOutJITModuleInstances() REQUIRES(mMutex);
+    [[nodiscard]] size_t DetachJITFunctions() REQUIRES(mMutex);
+    [[nodiscard]] size_t LeaveOutJITFunctionInstances(std::vector<uint32_t>& outNewIndices) REQUIRES(mMutex);
+    [[nodiscard]] size_t RenumberJITFunctionAddressMap(std::span<const uint32_t> inNewIndices) REQUIRES(mMutex);
     void FillFrameOutsideNativeModules(ResolvedFrame& outFrame, uint64_t inAddress, int32_t inProcessID, double inTimeMs) const;
     [[nodiscard]] static ResolvedFunctionInfo sMakeInfo(const Module& inModule, const Function& inFunction,
                                                         uint64_t inRelativeAddress, ResolveIndex inIndex);
@@ -173,8 +185,8 @@ private:
     InstrumentationDatabase mInstrumentationDatabase; // of the pass's thread
 
     mutable System::Mutex mMutex;
-    std::vector<std::unique_ptr<NativeModule>> mNativeModules GUARDED_BY(mMutex);
-    std::vector<NativeModuleInstance> mNativeModuleInstances GUARDED_BY(mMutex); // by ImageBase
+    std::vector<std::unique_ptr<NativeModule>> mNativeModules GUARDED_BY(mMutex); // null: see GetNativeModules
+    std::vector<NativeModuleInstance> mNativeModuleInstances GUARDED_BY(mMutex);  // by ImageBase
     ProcessInstances mProcessInstances GUARDED_BY(mMutex);
     std::vector<std::unique_ptr<JITModule>> mJITModules GUARDED_BY(mMutex);
     std::vector<JITModuleInstance> mJITModuleInstances GUARDED_BY(mMutex); // by ModuleID

@@ -87,6 +87,21 @@ void NativeModule::OnLoaded(Session&)
 {
     Name = FileSystem::gGetFileName(Path);
     const System::MutexLock lock(mMutex);
+    // Files are sorted as a rule, but a lookup must not rest on it.
+    SortAndFold();
+}
+
+void NativeModule::MakeFunctionsRelative(uint64_t inImageBase, uint32_t inModuleIndex)
+{
+    const System::MutexLock lock(mMutex);
+    for (std::vector<Function>* functions : {&mFunctions, &mRuntimeFunctions})
+    {
+        for (Function& function : *functions)
+        {
+            function.RelativeAddress -= inImageBase;
+            function.ModuleIndex = inModuleIndex;
+        }
+    }
     RebuildFunctionStarts();
 }
 
@@ -139,7 +154,8 @@ void NativeModule::SortFunctions()
 // A function may have been found on its own before it was added: the addresses that were added are all that AddFunction knows.
 void NativeModule::SortAndFold()
 {
-    std::stable_sort(mFunctions.begin(), mFunctions.end(), gIsBelow);
+    if (!std::is_sorted(mFunctions.begin(), mFunctions.end(), gIsBelow))
+        std::stable_sort(mFunctions.begin(), mFunctions.end(), gIsBelow);
     size_t count = 0;
     for (Function& function : mFunctions)
     {

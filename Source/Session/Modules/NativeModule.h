@@ -80,6 +80,9 @@ public:
     void AddFunction(uint64_t inRelativeAddress, uint64_t inSize, std::string inName);
     void SortFunctions();
 
+    // For the upgrade of files whose functions have absolute addresses: subtracts the base from them and enters the index.
+    void MakeFunctionsRelative(uint64_t inImageBase, uint32_t inModuleIndex);
+
     // Fills one frame per address, all of which lie in this module, loaded at inBase. Gives the position of the frame at which
     // the platform's stop rule ended the walk, or sNotStopped. ioFrames holds the caller's earlier frames: one whose absolute
     // address is unchanged keeps its function.
