@@ -87,6 +87,7 @@ public:
     }
 
     [[nodiscard]] Session& GetSession() { return mSession; }
+    [[nodiscard]] OpenBarProcessorFiberState& GetFibers() { return mFibers; }
     [[nodiscard]] CallstackKey GetStack(int inIndex) const { return mStacks[static_cast<size_t>(inIndex) % sNumStacks]; }
 
     // Samples of one thread, over inNumStacks stacks in turn.
@@ -136,6 +137,7 @@ private:
     PluginManagerCommon mPlugins;
     NoPlugins mFrontEnd;
     Session mSession;
+    OpenBarProcessorFiberState mFibers;
     std::vector<CallstackKey> mStacks;
 };
 
@@ -159,8 +161,7 @@ void SameStack(benchmark::State& ioState)
 {
     BenchmarkSession session;
     std::vector<TraceEvent> events = session.MakeSamples(sNumEvents, 1);
-    OpenBarProcessor processor(session.GetSession(), session.GetSession().GetFiberState(), session.GetSession().GetBrokenStacks(),
-                               0, 0.0, 500.0F);
+    OpenBarProcessor processor(session.GetSession(), session.GetFibers(), session.GetSession().GetBrokenStacks(), 0, 0.0, 500.0F);
     gRun(ioState, events, [&](const TraceEvent& inEvent) { processor.HandleEvent(inEvent, OpenBarProcessor::sNoTimeLimit); });
 }
 BENCHMARK(SameStack);
@@ -169,8 +170,7 @@ void NearStacks(benchmark::State& ioState)
 {
     BenchmarkSession session;
     std::vector<TraceEvent> events = session.MakeSamples(sNumEvents, sNumStacks);
-    OpenBarProcessor processor(session.GetSession(), session.GetSession().GetFiberState(), session.GetSession().GetBrokenStacks(),
-                               0, 0.0, 500.0F);
+    OpenBarProcessor processor(session.GetSession(), session.GetFibers(), session.GetSession().GetBrokenStacks(), 0, 0.0, 500.0F);
     gRun(ioState, events, [&](const TraceEvent& inEvent) { processor.HandleEvent(inEvent, OpenBarProcessor::sNoTimeLimit); });
 }
 BENCHMARK(NearStacks);
@@ -179,8 +179,7 @@ void SwitchedStacks(benchmark::State& ioState)
 {
     BenchmarkSession session;
     std::vector<TraceEvent> events = session.MakeSwitchedSamples(sNumEvents);
-    EventDispatcher dispatcher(session.GetSession(), session.GetSession().GetFiberState(), session.GetSession().GetBrokenStacks(),
-                               {});
+    EventDispatcher dispatcher(session.GetSession(), session.GetFibers(), session.GetSession().GetBrokenStacks(), {});
     Utility::ErrorState errors;
     gRun(ioState, events, [&](const TraceEvent& inEvent) { benchmark::DoNotOptimize(dispatcher.Dispatch(inEvent, errors)); });
 }

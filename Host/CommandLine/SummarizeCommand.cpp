@@ -3,12 +3,14 @@
 #include "Host/CommandLine/ProgressLine.h"
 #include "Host/CommandLine/Summary.h"
 #include "Host/CommandLine/SummaryText.h"
+#include "Host/CommandLine/TemporaryFolder.h"
 #include "Host/Plugins/PluginLibrary.h"
 #include "Host/Plugins/PluginManager.h"
 #include "Plugin/TypeRegistration.h"
 #include "RTTI/Registry.h"
 #include "Session/Pass/EventDispatcher.h"
 #include "Session/Session.h"
+#include "Session/SharedModel.h"
 #include "System/JobScheduler.h"
 #include "Utility/Hash.h"
 
@@ -50,10 +52,10 @@ private:
     Profiler::EventDispatcher& mDispatcher;
 };
 
-std::unique_ptr<Profiler::Session> gMakeSession(const std::string& inCapturePath, System::JobScheduler& inScheduler,
+std::unique_ptr<Profiler::Session> gMakeSession(const std::string& inSessionPath, System::JobScheduler& inScheduler,
                                                 Profiler::PluginManagerCommon& inPlugins, PluginManager& inFrontEnd)
 {
-    auto session = std::make_unique<Profiler::Session>(std::make_unique<Profiler::SessionInfo>(), inCapturePath, inScheduler,
+    auto session = std::make_unique<Profiler::Session>(std::make_unique<Profiler::SessionInfo>(), inSessionPath, inScheduler,
                                                        inPlugins, inFrontEnd);
     std::unique_ptr<Profiler::PlatformSession> platform;
     inFrontEnd.GetPlatformPlugin(sLinuxPlatformID)->CreatePlatformSession(platform);
@@ -67,7 +69,8 @@ bool gRunPass(Profiler::Session& ioSession, CaptureImporter& ioImporter, Summary
 {
     std::vector<Profiler::Model*> models = ioSession.GetModels();
     models.push_back(&ioSummaryModel);
-    Profiler::EventDispatcher dispatcher(ioSession, ioSession.GetFiberState(), ioSession.GetBrokenStacks(), std::move(models));
+    Profiler::EventDispatcher dispatcher(ioSession, ioSession.GetSharedModel()->GetFiberState(), ioSession.GetBrokenStacks(),
+                                         std::move(models));
     PassSink sink(ioSession, dispatcher);
     ProgressLine progress("Reading");
     const bool isCanceled = false;
@@ -100,7 +103,12 @@ bool gSummarize(const SummarizeOptions& inOptions, std::string& outText, Utility
     PluginManager frontEnd;
     Profiler::PluginManagerCommon plugins{{&library->GetPlugin()}, {}};
     SymbolCache symbols;
-    const std::unique_ptr<Profiler::Session> session = gMakeSession(inOptions.CapturePath, scheduler, plugins, frontEnd);
+    // The models write files, of which none is to be kept.
+    TemporaryFolder folder;
+    if (!folder.Make(ioErrors))
+        return false;
+    const std::unique_ptr<Profiler::Session> session =
+        gMakeSession(folder.GetPath() + "/summary.session", scheduler, plugins, frontEnd);
     session->InitializePlatformSession();
     if (!session->CreateModels(ioErrors))
         return false;

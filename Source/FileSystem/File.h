@@ -15,6 +15,8 @@ namespace FileSystem
 
 // The mode of gCreateDirectories for directories that a process run as root shares with every user.
 inline constexpr int sOpenToOthers = 1;
+// The mode for all other directories.
+inline constexpr int sClosedToOthers = 0;
 
 // A file or a directory stands there. A symbolic link counts as what it leads to.
 [[nodiscard]] bool gExists(const std::string& inPath);

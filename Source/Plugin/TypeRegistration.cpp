@@ -11,6 +11,7 @@
 #include "Session/Settings/ChildProcessRules.h"
 #include "Session/Settings/GeneralSettings.h"
 #include "Session/Settings/SymbolSettings.h"
+#include "Session/SharedModel.h"
 #include "ThreadsModel/ThreadsModel.h"
 
 namespace Profiler
@@ -26,10 +27,11 @@ void gRegisterAll(RTTI::Registry& ioRegistry)
 
 void gRegisterSessionTypes(RTTI::Registry& ioRegistry)
 {
-    gRegisterAll<SessionInfo, Session, TraceEventStream, Process, OptionalProcessInfo, CPUUsageSample, Thread, CallstackDatabase,
-                 Module, NativeModule, JITModule, Function, NativeModuleInstance, JITModuleInstance, JITFunctionInstance,
-                 JITExtraDataStorage, ModuleDatabase, InstrumentationDatabase, InstrumentationData, ResolveIndex, ResolvedAddress,
-                 PlatformSession, OpenBarProcessorFiberState, SavedFiberState, SavedBar, FiberEventData>(ioRegistry);
+    gRegisterAll<SessionInfo, Session, TraceEventStream, BrokenStackIndex, SharedModel, Process, OptionalProcessInfo,
+                 CPUUsageSample, Thread, CallstackDatabase, Module, NativeModule, JITModule, Function, NativeModuleInstance,
+                 JITModuleInstance, JITFunctionInstance, JITExtraDataStorage, ModuleDatabase, InstrumentationDatabase,
+                 InstrumentationData, ResolveIndex, ResolvedAddress, PlatformSession, OpenBarProcessorFiberState, SavedFiberState,
+                 SavedBar, FiberEventData>(ioRegistry);
 }
 
 void gRegisterSettings(RTTI::Registry& ioRegistry)

@@ -41,7 +41,7 @@ private:
     [[nodiscard]] bool ReadHeader(ReaderErrorState& ioErrors);
     [[nodiscard]] bool ReadObjectsWithoutTable(std::vector<std::unique_ptr<RTTI::Object>>& ioObjects, ReaderErrorState& ioErrors);
 
-    // inSize bytes at inOffset of the file. False where the file has fewer.
+    // inSize bytes at inOffset of the file. False where the file has fewer, or memory.
     [[nodiscard]] bool ReadBytes(uint64_t inOffset, uint64_t inSize, Utility::ByteBuffer& outBytes);
 
     std::ifstream mFile;

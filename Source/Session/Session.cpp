@@ -54,18 +54,6 @@ Process gMakeProcess(int32_t inID, int32_t inDisplayID, std::string inName, std:
 
 } // namespace
 
-Session::Session(std::unique_ptr<SessionInfo> inInfo, std::string inPath, System::JobScheduler& inScheduler,
-                 PluginManagerCommon& inPluginManager, PluginManagerFrontEnd& inFrontEnd)
-    : mScheduler(inScheduler),
-      mPluginManager(inPluginManager),
-      mFrontEnd(inFrontEnd),
-      mPath(std::move(inPath)),
-      mInfo(std::move(inInfo))
-{
-}
-
-Session::~Session() = default;
-
 const RTTI::Type& Session::GetType() const
 {
     return RTTI::gTypeOf<Session>();
@@ -161,6 +149,12 @@ const Thread* Session::GetThread(ThreadID inThread) const
     return const_cast<Session*>(this)->GetThread(inThread);
 }
 
+const Thread& Session::GetValidThread(ThreadID inThread) const
+{
+    const ThreadID index = mThreadCompatibilityMap.empty() ? inThread : mThreadCompatibilityMap.find(inThread)->second;
+    return mThreadList[static_cast<size_t>(index)];
+}
+
 void Session::ForEachProcessByName(const std::string& inName, const std::function<void(const Process&)>& inCallback) const
 {
     for (const Process& process : mProcessList)
@@ -182,26 +176,21 @@ void Session::RebuildThreadCompatibilityMap()
 
 void Session::UpdateThreadFromEvent(const TraceEvent& inEvent)
 {
-    if (GetProcess(inEvent.ProcessID) == nullptr)
+    // A pass drops events at impossible times, all of what they say.
+    if (GetProcess(inEvent.ProcessID) == nullptr || !gIsPlaceableTime(sLevel0ChunkLengthMs, inEvent.TimeMs))
         return;
     Thread* thread = gGetAt(mThreadList, static_cast<size_t>(inEvent.ThreadID));
     if (thread == nullptr)
         return;
 
-    // A time that a pass turns away is no time of a thread either.
-    const auto setTime = [&](double& outTimeMs, double inTimeMs)
-    {
-        if (gIsPlaceableTime(sLevel0ChunkLengthMs, inTimeMs))
-            outTimeMs = inTimeMs;
-    };
     const auto start = [&](uint8_t inStartFlag)
     {
-        setTime(thread->StartTimeMs, inStartFlag == sExistedAtStart ? 0.0 : inEvent.TimeMs);
+        thread->StartTimeMs = inStartFlag == sExistedAtStart ? 0.0 : inEvent.TimeMs;
         if (thread->ThreadName.empty())
             thread->ThreadName = gGetThreadNameFromStart(inEvent, mModuleDatabase, mPlatformSession.get());
     };
     const auto end = [&](uint8_t inEndFlag)
-    { setTime(thread->EndTimeMs, inEndFlag == sAliveAtEnd ? mInfo->SessionEndTimeMs : inEvent.TimeMs); };
+    { thread->EndTimeMs = inEndFlag == sAliveAtEnd ? mInfo->SessionEndTimeMs : inEvent.TimeMs; };
 
     if (const auto* plainStart = inEvent.As<ThreadStartEvent>())
         start(plainStart->StartFlag);
@@ -233,7 +222,9 @@ const Callstack* Session::GetCallstack(CallstackKey inKey) const
     if (!mCallstackTrie.IsInitialized())
     {
         const auto found = mCallstackDatabase.StacksByID.find(inKey);
-        return found != mCallstackDatabase.StacksByID.end() ? found->second.get() : nullptr;
+        // Whatever a file has stored under the key that means no stack.
+        const bool isFound = inKey != sNoCallstack && found != mCallstackDatabase.StacksByID.end();
+        return isFound ? found->second.get() : nullptr;
     }
     thread_local Callstack sStack;
     return mCallstackTrie.GetCallstack(inKey, sStack) ? &sStack : nullptr;
@@ -251,21 +242,6 @@ bool Session::GetCallstack(CallstackKey inKey, Callstack& outStack) const
     return stack != nullptr;
 }
 
-bool Session::CreateModels(Utility::ErrorState& ioErrors)
-{
-    mModels.clear();
-    mOwnedModels.clear();
-    for (ModelPlugin* plugin : mPluginManager.ModelPlugins)
-    {
-        std::unique_ptr<Model> model = plugin->CreateModel(*this);
-        if (!model->PrepareReprocess(ioErrors))
-            return false;
-        mModels.push_back(model.get());
-        mOwnedModels.push_back(std::move(model));
-    }
-    return true;
-}
-
 Model* Session::GetModel(const Utility::GUID& inPluginID) const
 {
     const auto found =
@@ -279,9 +255,21 @@ std::string Session::GetDirectory() const
     return FileSystem::gGetDirectory(mPath);
 }
 
+void Session::SetPerformanceAPIVersion(uint32_t inVersion)
+{
+    mInfo->PerformanceAPIVersion = inVersion;
+    mEventStream->SetIncludeInstrumentation(inVersion == CurrentPerformanceAPIVersion);
+}
+
 void Session::InitializePlatformSession()
 {
     mPlatformSession->AttachSession(*this, mScheduler);
+}
+
+void Session::FinishModuleData()
+{
+    mModuleDatabase.NumberNativeModules();
+    mPlatformSession->OnModuleDataFinished(mModuleDatabase);
 }
 
 } // namespace Profiler

@@ -1,5 +1,9 @@
 // One opened capture: the owner of everything of it that isn't the timeline, and of the models that plugins made for it.
 //
+// A new capture runs CreateModels, BeginProcessing, ProcessEvents and FinishPass. A stored one comes from sLoad, which says in
+// EReprocessFlags what has to be done before it can be used: UpgradeStream of the event stream, then BuildBrokenStackIndex, then
+// Reprocess. Session.cpp holds the lists and lookups; opening, passes and saving lie in the files Session*.cpp.
+//
 // Threads: the lists have no lock; the thread that runs the pass is the only one to change them, and only while nobody else
 // looks. GetCallstack may be called from any thread once no stacks are added. Ownership: owns all it holds but the scheduler and
 // the plugin managers, which outlive it. Invariant: ThreadList[i] has the ThreadID i, unless the compatibility map says
@@ -8,16 +12,17 @@
 
 #include "RTTI/Declare.h"
 #include "RTTI/Object.h"
-#include "Session/Callstacks/BrokenStacks.h"
+#include "Session/Callstacks/BrokenStackHolder.h"
 #include "Session/Callstacks/CallstackDatabase.h"
 #include "Session/Callstacks/CallstackTrie.h"
+#include "Session/Events/TraceEventStream.h"
 #include "Session/Host/PlatformSession.h"
 #include "Session/Modules/ModuleDatabase.h"
-#include "Session/Pass/FiberState.h"
 #include "Session/Processes/Process.h"
 #include "Session/SessionInfo.h"
 #include "Utility/ErrorState.h"
 #include "Utility/GUID.h"
+#include "Utility/Progress.h"
 
 #include <functional>
 #include <memory>
@@ -33,15 +38,31 @@ class JobScheduler;
 namespace Profiler
 {
 
+class EventDispatcher;
 class Model;
+class PlatformPlugin;
 class PluginManagerFrontEnd;
+class SharedModel;
 struct PluginManagerCommon;
+
+// What a loaded session needs before it can be used, as bits.
+enum EReprocessFlags : uint32_t
+{
+    NothingToReprocess = 0,
+    UpgradeEventStream = 1,  // the event stream has an old layout
+    RebuildBrokenStacks = 2, // there is no sound index of broken stacks
+    ReprocessAllModels = 4,  // no model could be loaded
+    ReprocessSomeModels = 8, // some models, but not all, couldn't be loaded
+};
 
 class Session : public RTTI::Object
 {
     RTTI_FRIEND()
 
 public:
+    // Readers only give instrumentation events of captures with this version.
+    static constexpr uint32_t CurrentPerformanceAPIVersion = 0x20000; // NOLINT(readability-identifier-naming): as hosts know it
+
     Session(std::unique_ptr<SessionInfo> inInfo, std::string inPath, System::JobScheduler& inScheduler,
             PluginManagerCommon& inPluginManager, PluginManagerFrontEnd& inFrontEnd);
     ~Session() override;
@@ -73,8 +94,8 @@ public:
     // Null for an ID that no thread has.
     [[nodiscard]] Thread* GetThread(ThreadID inThread);
     [[nodiscard]] const Thread* GetThread(ThreadID inThread) const;
-    // REQUIRES: inThread came from ThreadList of a session without compatibility maps.
-    [[nodiscard]] const Thread& GetValidThread(ThreadID inThread) const { return mThreadList[static_cast<size_t>(inThread)]; }
+    // Without a check. REQUIRES: GetThread has found inThread before.
+    [[nodiscard]] const Thread& GetValidThread(ThreadID inThread) const;
 
     // Calls back for each captured process with exactly this name.
     void ForEachProcessByName(const std::string& inName, const std::function<void(const Process&)>& inCallback) const;
@@ -105,10 +126,63 @@ public:
     [[nodiscard]] CallstackDatabase& GetCallstackDatabase() { return mCallstackDatabase; }
     [[nodiscard]] BrokenStackHolder& GetBrokenStacks() { return mBrokenStacks; }
 
-    // --- Models ---
+    // --- Opening a stored session (SessionLoad.cpp) ---
 
-    // Asks every model plugin for a model and prepares it for a pass. A false leaves the models that were made before.
+    // Opens a session file with its companions. outFlags gets EReprocessFlags, outPlatform the plugin of the session's platform.
+    // False, with the reason in ioErrors and outSession untouched, if it can't be opened. Scheduler and managers outlive it.
+    [[nodiscard]] static bool sLoad(const std::string& inPath, const RTTI::Registry& inRegistry,
+                                    System::JobScheduler& inScheduler, PluginManagerCommon& inPluginManager,
+                                    PluginManagerFrontEnd& inFrontEnd, std::unique_ptr<Session>& outSession, uint32_t& outFlags,
+                                    PlatformPlugin*& outPlatform, Serialization::ReaderErrorState& ioErrors);
+    // Only tells whether it can be opened.
+    [[nodiscard]] static bool sLoad(const std::string& inPath, const RTTI::Registry& inRegistry,
+                                    System::JobScheduler& inScheduler, PluginManagerCommon& inPluginManager,
+                                    PluginManagerFrontEnd& inFrontEnd, Serialization::ReaderErrorState& ioErrors);
+
+    // The info alone, of a session file or of a capture's; the defaults if the file holds none. Null if it can't be read.
+    [[nodiscard]] static std::unique_ptr<SessionInfo> LoadSessionInfo(const std::string& inPath,
+                                                                      const RTTI::Registry& inRegistry);
+
+    // The platform of a file: the only plugin for its extension, else the one that its session names. Null if there is none.
+    [[nodiscard]] static PlatformPlugin* FindPlatformPlugin(const PluginManagerFrontEnd& inFrontEnd, const std::string& inPath,
+                                                            const RTTI::Registry& inRegistry);
+
+    // --- Models and passes (SessionPass.cpp) ---
+
+    // For a new session: asks every model plugin for a model and prepares it for a pass. A false leaves the models that were made
+    // before.
     [[nodiscard]] bool CreateModels(Utility::ErrorState& ioErrors);
+
+    // Begins a pass over all models, or over the given ones.
+    [[nodiscard]] bool BeginProcessing(Utility::ErrorState& ioErrors);
+    [[nodiscard]] bool BeginProcessing(const std::vector<Model*>& inModels, Utility::ErrorState& ioErrors);
+
+    // The pass of a new capture: brings every stored event to the models and takes what it says of its thread. False if
+    // inIsCanceled became true, a model failed, or the events couldn't be read. REQUIRES: BeginProcessing gave true.
+    [[nodiscard]] bool ProcessEvents(Utility::ErrorState& ioErrors, const bool& inIsCanceled,
+                                     const Utility::ProgressFunction& inProgress);
+
+    // A whole pass of a loaded session, for the models that couldn't be loaded, with saving at its end. Threads keep what they
+    // know, and only events of captured processes reach the models. Nothing is saved on failure or cancellation.
+    [[nodiscard]] bool Reprocess(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, const bool& inIsCanceled,
+                                 const Utility::ProgressFunction& inProgress);
+
+    // Ends a pass: completes the threads, finishes the models of the pass and saves the session. A cancellation meanwhile leaves
+    // it unsaved, and the result true. inKeepsSymbolHash leaves SymbolSettingsHash alone. REQUIRES: BeginProcessing gave true.
+    [[nodiscard]] bool FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, const bool& inIsCanceled);
+
+    // From any thread: tells all models, or the given ones, that their pass is to end.
+    void StopProcessing();
+    static void StopProcessing(const std::vector<Model*>& inModels);
+
+    // Finds the broken stacks of the captured processes and loads what it found. False if a file couldn't be read or written, or
+    // inIsCanceled became true; a cancelled search has kept what it found until then.
+    [[nodiscard]] bool BuildBrokenStackIndex(const RTTI::Registry& inRegistry, Utility::ErrorState& ioErrors,
+                                             const bool& inIsCanceled, const Utility::ProgressFunction& inProgress);
+
+    // Writes everything of the session: shared model, models of the last pass, events, stacks, and the session file last. A model
+    // is written once after a pass; one that was loaded, or that the last pass didn't build, stays on disk as it is.
+    [[nodiscard]] bool SaveSession(Utility::ErrorState& ioErrors);
 
     // In the order of their plugins.
     [[nodiscard]] const std::vector<Model*>& GetModels() const { return mModels; }
@@ -116,26 +190,58 @@ public:
     // The first model whose plugin has this identifier, null if there is none.
     [[nodiscard]] Model* GetModel(const Utility::GUID& inPluginID) const;
 
+    // The models that the next Reprocess is to rebuild.
+    [[nodiscard]] const std::vector<Model*>& GetModelsToReprocess() const { return mModelsToReprocess; }
+
+    // --- Shared model (SessionSharedModel.cpp) ---
+
+    // Null before CreateModels of a new session.
+    [[nodiscard]] SharedModel* GetSharedModel() const { return mSharedModel.get(); }
+
+    // The stored one; null, with the reason in ioErrors, if there is none that can be read.
+    [[nodiscard]] std::unique_ptr<SharedModel> LoadSharedModel(const RTTI::Registry& inRegistry,
+                                                               Serialization::ReaderErrorState& ioErrors);
+    [[nodiscard]] bool SaveSharedModel(Utility::ErrorState& ioErrors) const;
+    // Empties its folder. False if something in there can't be deleted.
+    [[nodiscard]] bool ResetSharedModel(Utility::ErrorState& ioErrors) const;
+
     // --- The rest ---
 
     [[nodiscard]] ModuleDatabase& GetModuleDatabase() { return mModuleDatabase; }
     [[nodiscard]] SessionInfo& GetSessionInfo() { return *mInfo; }
     [[nodiscard]] const SessionInfo& GetSessionInfo() const { return *mInfo; }
-    [[nodiscard]] OpenBarProcessorFiberState& GetFiberState() { return mFiberState; }
+    [[nodiscard]] TraceEventStream& GetEventStream() { return *mEventStream; }
+    [[nodiscard]] const TraceEventStream& GetEventStream() const { return *mEventStream; }
     [[nodiscard]] System::JobScheduler& GetJobScheduler() const { return mScheduler; }
     [[nodiscard]] const std::string& GetPath() const { return mPath; }
+    // Stores the version of the capture's instrumentation, on which hangs whether readers give it.
+    void SetPerformanceAPIVersion(uint32_t inVersion);
     // The folder of the session file, with the companion files.
     [[nodiscard]] std::string GetDirectory() const;
 
     void SetPlatformSession(std::unique_ptr<PlatformSession> inPlatform) { mPlatformSession = std::move(inPlatform); }
     [[nodiscard]] PlatformSession* GetPlatformSession() const { return mPlatformSession.get(); }
 
-    // Tells the platform of a new session about it.
+    // Tells the platform of a new session about it. REQUIRES: it has one.
     void InitializePlatformSession();
+    // Numbers the modules of a new session and tells the platform that they are complete. REQUIRES: it has a platform.
+    void FinishModuleData();
 
 private:
     // Translates through the compatibility map of an upgraded session; false for an ID that it lacks.
     [[nodiscard]] bool TranslateProcessID(ProcessID& ioProcess) const;
+
+    [[nodiscard]] bool FinishLoad(const RTTI::Registry& inRegistry, PlatformPlugin& inPlatform, uint32_t& outFlags,
+                                  Serialization::ReaderErrorState& ioErrors);
+    void GiveThreadsAProcess();
+    void LoadModels();
+
+    [[nodiscard]] bool DispatchCapturedEvents(TraceEventStreamReader& ioReader, Utility::ErrorState& ioErrors,
+                                              const bool& inIsCanceled, const Utility::ProgressFunction& inProgress);
+    void CompleteThreads();
+
+    [[nodiscard]] bool SaveCallstacks(Utility::ErrorState& ioErrors) const;
+    [[nodiscard]] bool SaveSessionFile(Utility::ErrorState& ioErrors) const;
 
     System::JobScheduler& mScheduler;
     PluginManagerCommon& mPluginManager;
@@ -145,9 +251,13 @@ private:
 
     // Destroyed from the last to the first: stacks, databases and lists go before the platform's data, and the models go last.
     std::vector<std::unique_ptr<Model>> mOwnedModels;
-    std::vector<Model*> mModels;
-    OpenBarProcessorFiberState mFiberState;
+    std::vector<Model*> mModels;            // in the order of mOwnedModels
+    std::vector<Model*> mModelsToReprocess; // of mModels
+    std::vector<Model*> mModelsToSave;      // those of the last pass, until they are saved
+    std::unique_ptr<SharedModel> mSharedModel;
+    std::unique_ptr<TraceEventStream> mEventStream; // never null
     BrokenStackHolder mBrokenStacks;
+    std::unique_ptr<EventDispatcher> mDispatcher; // of the pass that runs, or of one that failed
     std::unique_ptr<PlatformSession> mPlatformSession;
     std::unordered_map<int32_t, int32_t> mThreadCompatibilityMap;  // upgraded sessions: old ID to index
     std::unordered_map<int32_t, int32_t> mProcessCompatibilityMap; // upgraded sessions: old ID to new ID

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "RTTI/Declare.h"
+#include "RTTI/Object.h"
 #include "Serialization/SerializableGUID.h"
 
 #include <bit>
@@ -10,8 +11,10 @@
 namespace Profiler
 {
 
-struct SessionInfo
+struct SessionInfo final : RTTI::Object
 {
+    const RTTI::Type& GetType() const override;
+
     // The defaults are those of a session file that holds no such record. The interval is 1/8190, a little above 1/8192.
     double SampleIntervalMs = std::bit_cast<double>(uint64_t{0x3F20010010010010});
     double SessionStartTimeMs = 0.0;

@@ -5,6 +5,7 @@
 #include "RTTI/TypeQueries.h"
 #include "Session/Pass/EventDispatcher.h"
 #include "Session/Pass/ModelPlugin.h"
+#include "Session/SharedModel.h"
 #include "Tests/Support/SessionFixture.h"
 #include "Tests/Utility/LogCapture.h"
 #include "Utility/Hash.h"
@@ -133,6 +134,24 @@ TEST_F(PluginTest, ItsTypesAreInTheRegistryUnderItsKey)
                              "Profiler::ResolvedAddress",
                              "Profiler::PlatformSession",
                              "Profiler::OpenBarProcessorFiberState",
+                             "Profiler::TraceEventStream",
+                             "Profiler::TraceEventStream::Chunk",
+                             "Profiler::BrokenStackIndex",
+                             "Profiler::BrokenStackIndex::Chunk",
+                             "Profiler::SharedModel",
+                             "Profiler::SharedSymbolSettings",
+                             "Profiler::GeneralSettings",
+                             "Profiler::EThemeType",
+                             "Profiler::ECrashReportingMode",
+                             "Profiler::EUseCaptureService",
+                             "Profiler::ChildProcessRules",
+                             "Profiler::Rule",
+                             "Profiler::EAction",
+                             "Profiler::SerializedAnimatableInt",
+                             "Profiler::SerializedAnimatableFloat",
+                             "Profiler::SerializedAnimatableDouble",
+                             "Profiler::CaptureMethodConfiguration",
+                             "Profiler::CaptureInitProgress",
                              "Serialization::SerializableGUID",
                              "Profiler::ThreadsModel"})
     {
@@ -203,7 +222,8 @@ TEST_F(PluginTest, AModelOfThePluginTakesPartInAPassOfTheHost)
     EXPECT_EQ(&session.GetModels()[0]->GetSession(), &session);
     EXPECT_EQ(session.GetModel(mPlugin->GetModelID()), session.GetModels()[0]);
 
-    EventDispatcher dispatcher(session, session.GetFiberState(), session.GetBrokenStacks(), session.GetModels());
+    EventDispatcher dispatcher(session, session.GetSharedModel()->GetFiberState(), session.GetBrokenStacks(),
+                               session.GetModels());
     ASSERT_TRUE(dispatcher.BeginProcessing(errors));
     for (const TraceEvent& event : fixture.BuildTrace("0 in A main\n1 sample A main;work\n3 out A 22\n4 sample A main"))
         ASSERT_TRUE(dispatcher.Dispatch(event, errors));

@@ -138,6 +138,32 @@ TEST_F(ContainerDamageTest, EveryChangedByteOfAFileIsNoticed)
     }
 }
 
+// Holes cost nothing on a disk, but memory when they are read.
+TEST_F(ContainerDamageTest, AFileLargerThanMemoryIsRefused)
+{
+    constexpr uint64_t size = uint64_t{8} << 40;
+    const auto readGrown = [this](const Bytes& inFile)
+    {
+        WriteFile("file", std::string(inFile.begin(), inFile.end()));
+        std::filesystem::resize_file(At("file"), size);
+        BinaryFileReader reader = mBuild.MakeFileReader();
+        Objects objects;
+        ReaderErrorState errors;
+        EXPECT_FALSE(reader.Open(At("file"), errors) && reader.ReadObjects(objects, errors));
+        return errors.GetEntries().empty() ? std::string() : errors.GetEntries().front().Message;
+    };
+    const HandMadeContainer container{.SchemaText = mSchemaText, .Objects = {}};
+    HandMadeContainer old = container;
+    old.Version = 2;
+    const std::string unreadable = "There was an error reading from file";
+    EXPECT_THAT(readGrown(container.Build()), testing::HasSubstr(unreadable));
+    EXPECT_THAT(readGrown(old.BuildWithoutTable()), testing::HasSubstr(unreadable));
+    Bytes header = container.Build();
+    const uint64_t headerSize = size - 2 * sizeof(uint64_t);
+    std::memcpy(header.data() + sizeof(uint64_t), &headerSize, sizeof(headerSize));
+    EXPECT_THAT(readGrown(header), testing::HasSubstr("bytes available for reading"));
+}
+
 TEST_F(ContainerDamageTest, AnyByteMayChangeUnderHashesThatFit)
 {
     constexpr uint32_t seed = 8;

@@ -1,6 +1,7 @@
 #include "Session/Pass/EventDispatcher.h"
 
 #include "Session/Pass/ChunkTime.h"
+#include "Tests/Support/BrokenStackFiles.h"
 #include "Tests/Support/SessionFixture.h"
 #include "Tests/Utility/LogCapture.h"
 
@@ -25,7 +26,7 @@ protected:
         mFixture.LoadModule(game, 0x10000);
         mFixture.AddThread("A");
         mFixture.AddThread("B");
-        mDispatcher = std::make_unique<EventDispatcher>(mFixture.GetSession(), mFibers, mBrokenStacks,
+        mDispatcher = std::make_unique<EventDispatcher>(mFixture.GetSession(), mFibers, mBrokenStacks.GetHolder(),
                                                         std::vector<Model*>{&mFirst, &mSecond});
     }
 
@@ -46,7 +47,7 @@ protected:
 
     SessionFixture mFixture;
     OpenBarProcessorFiberState mFibers;
-    BrokenStackHolder mBrokenStacks;
+    BrokenStackFiles mBrokenStacks;
     CallList mCalls;
     FakeModelPlugin mPlugin{"", mCalls};
     FakeModel mFirst{mPlugin, mFixture.GetSession(), "first", mCalls};

@@ -3,6 +3,7 @@
 // The functions of the world: main, work, leaf, other and idle, in one module of process 0. Samples stand for one millisecond.
 #pragma once
 
+#include "Tests/Support/BrokenStackFiles.h"
 #include "Tests/Support/SessionFixture.h"
 
 #include <gtest/gtest.h>
@@ -35,8 +36,8 @@ protected:
     void Start(Profiler::ThreadID inThread = 0, double inTime = 0.0)
     {
         mRecorder.reset();
-        mProcessor = std::make_unique<Profiler::OpenBarProcessor>(mFixture.GetSession(), mFibers, mBrokenStacks, inThread, inTime,
-                                                                  sChunkLength);
+        mProcessor = std::make_unique<Profiler::OpenBarProcessor>(mFixture.GetSession(), mFibers, mBrokenStacks.GetHolder(),
+                                                                  inThread, inTime, sChunkLength);
         mRecorder = std::make_unique<BarRecorder>(mFixture, *mProcessor);
     }
 
@@ -62,7 +63,7 @@ protected:
     SessionFixture mFixture;
     FakeModule& mGame;
     Profiler::OpenBarProcessorFiberState mFibers;
-    Profiler::BrokenStackHolder mBrokenStacks;
+    BrokenStackFiles mBrokenStacks;
     std::vector<Profiler::BrokenRange> mRanges;
     std::unique_ptr<Profiler::OpenBarProcessor> mProcessor;
     std::unique_ptr<BarRecorder> mRecorder;

@@ -1,6 +1,7 @@
 #include "OpenBarTwin.h"
 
 #include "Session/Pass/OpenBarProcessor.h"
+#include "Tests/Support/BrokenStackFiles.h"
 #include "Tests/Support/SessionFixture.h"
 
 #include <gtest/gtest.h>
@@ -287,8 +288,8 @@ private:
         const ThreadID thread = mThreads[static_cast<size_t>(inThread)];
         const double start = mEvents.front().TimeMs;
         Pair& pair = mPairs[static_cast<size_t>(inThread)];
-        pair.Real =
-            std::make_unique<OpenBarProcessor>(mSession.GetSession(), mFibers, mBrokenStacks, thread, start, sChunkLength);
+        pair.Real = std::make_unique<OpenBarProcessor>(mSession.GetSession(), mFibers, mBrokenStacks.GetHolder(), thread, start,
+                                                       sChunkLength);
         pair.Twin = std::make_unique<TwinProcessor>(mWorld, thread, start, sChunkLength);
         pair.Connection = pair.Real->BarsChanged.Connect(
             [this, reports = pair.Reports.get()](const OpenBars& inBars, int inKeep, int inChunk, double inChunkTime,
@@ -378,7 +379,7 @@ private:
     SessionFixture mSession;
     TwinWorld mWorld;
     OpenBarProcessorFiberState mFibers;
-    BrokenStackHolder mBrokenStacks;
+    BrokenStackFiles mBrokenStacks;
     std::vector<FakeModule*> mModules;
     int mNumFunctions = 0;
     std::vector<uint64_t> mAddresses;

@@ -3,10 +3,11 @@
 #include "FileSystem/Delete.h"
 #include "FileSystem/File.h"
 #include "Serialization/BinaryWriter.h"
+#include "Serialization/Schema.h"
 #include "Session/Events/TraceEventStreamReader.h"
 #include "Tests/FileSystem/TemporaryDirectory.h"
 #include "Tests/Support/ByteWriter.h"
-#include "Tests/Support/TestRegistry.h"
+#include "Tests/Support/SessionRegistry.h"
 
 #include <gmock/gmock.h>
 
@@ -83,7 +84,7 @@ protected:
 
     std::unique_ptr<TraceEventStream> Load(Serialization::ReaderErrorState& ioErrors)
     {
-        return TraceEventStream::sLoad(At(""), *mRegistry, ioErrors);
+        return TraceEventStream::sLoad(At(""), mRegistry, ioErrors);
     }
     TraceEventStream& Reload()
     {
@@ -132,8 +133,8 @@ protected:
         WriteFile(inName, std::string(inBytes.begin(), inBytes.end()));
     }
 
-    std::unique_ptr<RTTI::Registry> mRegistry = gMakeRegistry<TraceEventStream>();
     std::unique_ptr<TraceEventStream> mStream;
+    const RTTI::Registry& mRegistry = gGetSessionRegistry();
     Utility::ErrorState mErrors;
 };
 

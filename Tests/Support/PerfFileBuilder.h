@@ -44,7 +44,7 @@ struct BuilderEvent
     bool HasSampleIDAll = true;
     bool IsEnabledOnExec = false;
     bool HasContextSwitch = false;
-    std::vector<uint64_t> IDs;
+    std::vector<uint64_t> IDs = {};
 };
 
 // Values of one sample. Only those that the event's SampleType names are written.

@@ -89,9 +89,25 @@ const RTTI::Type& FakePlatformSession::GetType() const
     return RTTI::gTypeOf<FakePlatformSession>();
 }
 
+void FakePlatformSession::OnModuleDataFinished(ModuleDatabase& inModules)
+{
+    const auto& modules = inModules.GetNativeModules();
+    size_t numNumbered = 0;
+    for (size_t i = 0; i < modules.size(); ++i)
+        numNumbered += modules[i] != nullptr && modules[i]->GetIndex() == i ? 1 : 0;
+    Calls.push_back("modules " + std::to_string(numNumbered));
+}
+
 bool FakePlatformSession::IsStackComplete(Session&, ProcessID, std::span<const uint64_t> inStack)
 {
     return IsComplete == nullptr || IsComplete(inStack);
+}
+
+void FakePlatformPlugin::CreatePlatformSession(std::unique_ptr<PlatformSession>& outPlatformSession)
+{
+    auto session = std::make_unique<FakePlatformSession>();
+    session->SymbolSettingsHash = SymbolSettingsHash;
+    outPlatformSession = std::move(session);
 }
 
 // --- FakeModel ---
@@ -104,6 +120,7 @@ struct FakeModel::State : ThreadProcessingState
 
 FakeModel::FakeModel(FakeModelPlugin& inPlugin, Session& inSession, std::string inName, CallList& ioCalls)
     : Model(inPlugin, inSession),
+      mFakePlugin(inPlugin),
       mName(std::move(inName)),
       mCalls(ioCalls)
 {
@@ -119,7 +136,9 @@ const RTTI::Type& FakeModel::GetType() const
 bool FakeModel::Tell(const std::string& inCall, const std::string& inDetails)
 {
     mCalls.push_back(mName + ": " + inCall + inDetails);
-    return inCall != FailingCall;
+    if (mFakePlugin.OnCall)
+        mFakePlugin.OnCall(inCall + inDetails);
+    return inCall != FailingCall && inCall != mFakePlugin.FailingCall;
 }
 
 ThreadProcessingState* FakeModel::CreateThreadProcessingState(OpenBarProcessor& inProcessor)
@@ -179,12 +198,14 @@ FakeModelPlugin::FakeModelPlugin(std::string inName, CallList& ioCalls, const Ut
 
 std::unique_ptr<Model> FakeModelPlugin::CreateModel(Session& inSession)
 {
+    mCalls.push_back(mName + ": make");
     return std::make_unique<FakeModel>(*this, inSession, mName, mCalls);
 }
 
-std::unique_ptr<Model> FakeModelPlugin::LoadModel(Session&)
+std::unique_ptr<Model> FakeModelPlugin::LoadModel(Session& inSession)
 {
-    return nullptr;
+    mCalls.push_back(mName + ": load");
+    return IsLoadable ? std::make_unique<FakeModel>(*this, inSession, mName, mCalls) : nullptr;
 }
 
 std::unique_ptr<ILLMModel> FakeModelPlugin::CreateLLMModel(std::string&)
@@ -194,11 +215,11 @@ std::unique_ptr<ILLMModel> FakeModelPlugin::CreateLLMModel(std::string&)
 
 // --- The world ---
 
-SessionFixture::SessionFixture()
+SessionFixture::SessionFixture(const std::string& inPath)
 {
     auto info = std::make_unique<SessionInfo>();
     info->SampleIntervalMs = sTestSampleInterval;
-    mSession = std::make_unique<Session>(std::move(info), "capture/capture.session", mScheduler, mPluginManager, mFrontEnd);
+    mSession = std::make_unique<Session>(std::move(info), inPath, mScheduler, mPluginManager, mFrontEnd);
     auto platform = std::make_unique<FakePlatformSession>();
     mPlatform = platform.get();
     mSession->SetPlatformSession(std::move(platform));

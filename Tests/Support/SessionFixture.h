@@ -54,22 +54,36 @@ private:
 
 RTTI_DECLARE(FakeModule);
 
+// What several fakes were told, in one order.
+using CallList = std::vector<std::string>;
+
 // Answers IsStackComplete as told; stacks are complete by default.
 class FakePlatformSession : public Profiler::PlatformSession
 {
 public:
     const RTTI::Type& GetType() const override;
-    void AttachSession(Profiler::Session&, System::JobScheduler&) override {}
+    void AttachSession(Profiler::Session&, System::JobScheduler&) override { Calls.emplace_back("attach"); }
+    // Writes down how many modules have got their index.
+    void OnModuleDataFinished(Profiler::ModuleDatabase& inModules) override;
+    [[nodiscard]] uint64_t GetSymbolSettingsHash(Profiler::Session&) override { return SymbolSettingsHash; }
     [[nodiscard]] bool IsStackComplete(Profiler::Session& inSession, Profiler::ProcessID inProcess,
                                        std::span<const uint64_t> inStack) override;
 
     std::function<bool(std::span<const uint64_t>)> IsComplete;
+    uint64_t SymbolSettingsHash = sUnknownSymbolSettings;
+    CallList Calls;
 };
 
 RTTI_DECLARE(FakePlatformSession);
 
-// What several fake models were told, in one order.
-using CallList = std::vector<std::string>;
+// Makes platform sessions with these settings.
+class FakePlatformPlugin : public Profiler::PlatformPlugin
+{
+public:
+    void CreatePlatformSession(std::unique_ptr<Profiler::PlatformSession>& outPlatformSession) override;
+
+    uint64_t SymbolSettingsHash = Profiler::PlatformSession::sUnknownSymbolSettings;
+};
 
 class FakeModelPlugin;
 
@@ -98,6 +112,7 @@ private:
 
     bool Tell(const std::string& inCall, const std::string& inDetails = {});
 
+    FakeModelPlugin& mFakePlugin;
     std::string mName;
     CallList& mCalls;
     std::vector<std::unique_ptr<State>> mStates;
@@ -111,17 +126,21 @@ public:
     FakeModelPlugin(std::string inName, CallList& ioCalls, const Utility::GUID& inModelID = {});
 
     [[nodiscard]] std::unique_ptr<Profiler::Model> CreateModel(Profiler::Session& inSession) override;
-    // Gives nothing: the session makes a new one.
+    // Gives nothing, so that the session makes a new one, unless told otherwise.
     [[nodiscard]] std::unique_ptr<Profiler::Model> LoadModel(Profiler::Session& inSession) override;
     [[nodiscard]] std::unique_ptr<Profiler::ILLMModel> CreateLLMModel(std::string& outKey) override;
     void RegisterLLMTools(Profiler::IToolRegistry&) override {}
+
+    bool IsLoadable = false;
+    std::string FailingCall;                        // of every model
+    std::function<void(const std::string&)> OnCall; // with the call of a model, before it returns
 
 private:
     std::string mName;
     CallList& mCalls;
 };
 
-// A front end that knows no plugin but the platform that the test gave it.
+// A front end that knows no plugin but those that the test gave it.
 class FakePluginManagerFrontEnd : public Profiler::PluginManagerFrontEnd
 {
 public:
@@ -131,16 +150,23 @@ public:
     void UnloadPlugins() override {}
     [[nodiscard]] const std::vector<Profiler::ISessionTypes*>& GetSessionPlugins() const override { return mSessionTypes; }
     [[nodiscard]] const std::vector<Profiler::CapturePlugin*>& GetCapturePlugins() const override { return mCapturePlugins; }
-    [[nodiscard]] Profiler::PlatformPlugin* GetPlatformPlugin(const Serialization::SerializableGUID&) const override
+    [[nodiscard]] Profiler::PlatformPlugin* GetPlatformPlugin(const Serialization::SerializableGUID& inID) const override
     {
-        return Platform;
+        return inID == PlatformID ? Platform : nullptr;
     }
-    [[nodiscard]] Profiler::PlatformPlugin* GetPlatformPluginForFile(const Serialization::SerializableGUID&) const override
+    [[nodiscard]] Profiler::PlatformPlugin* GetPlatformPluginForFile(const Serialization::SerializableGUID& inID) const override
     {
-        return Platform;
+        return GetPlatformPlugin(inID);
+    }
+
+    void AddSessionTypes(Profiler::ISessionTypes& inTypes) { mSessionTypes.push_back(&inTypes); }
+    void AddPlatformForExtension(const std::string& inExtension, Profiler::PlatformPlugin& inPlatform)
+    {
+        mExtensionPlugins[inExtension].push_back(&inPlatform);
     }
 
     Profiler::PlatformPlugin* Platform = nullptr;
+    Serialization::SerializableGUID PlatformID = Profiler::SessionInfo().PlatformID; // of Platform
 
 private:
     std::vector<Profiler::ISessionTypes*> mSessionTypes;
@@ -151,7 +177,8 @@ private:
 class SessionFixture
 {
 public:
-    SessionFixture();
+    // inPath is that of the session file, for tests that store it.
+    explicit SessionFixture(const std::string& inPath = "capture/capture.session");
     ~SessionFixture();
 
     SessionFixture(const SessionFixture&) = delete;
@@ -215,6 +242,7 @@ public:
 
     [[nodiscard]] Profiler::Session& GetSession() { return *mSession; }
     [[nodiscard]] FakePlatformSession& GetPlatform() { return *mPlatform; }
+    [[nodiscard]] System::JobScheduler& GetScheduler() { return mScheduler; }
     [[nodiscard]] Profiler::PluginManagerCommon& GetPluginManager() { return mPluginManager; }
     [[nodiscard]] FakePluginManagerFrontEnd& GetFrontEnd() { return mFrontEnd; }
 

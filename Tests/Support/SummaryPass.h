@@ -35,7 +35,7 @@ public:
     explicit SummaryPass(System::JobScheduler& inScheduler)
         : mSession(std::make_unique<Profiler::SessionInfo>(), "", inScheduler, mPlugins, mFrontEnd),
           mModel(mPlugin, mSession),
-          mDispatcher(mSession, mSession.GetFiberState(), mSession.GetBrokenStacks(), {&mModel})
+          mDispatcher(mSession, mFibers, mSession.GetBrokenStacks(), {&mModel})
     {
     }
 
@@ -64,6 +64,7 @@ private:
     NoModelPlugin mPlugin;
     SymbolCache mSymbols;
     Profiler::Session mSession;
+    Profiler::OpenBarProcessorFiberState mFibers;
     SummaryModel mModel;
     Profiler::EventDispatcher mDispatcher;
 };

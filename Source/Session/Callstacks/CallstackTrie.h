@@ -114,4 +114,7 @@ private:
     uint64_t mHashTableUsed = 0;
 };
 
+// The store's file in the folder of a session.
+[[nodiscard]] std::string gGetCallstackTriePath(const std::string& inDirectory);
+
 } // namespace Profiler

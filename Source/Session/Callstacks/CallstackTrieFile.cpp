@@ -1,5 +1,6 @@
 // The file of a CallstackTrie. Writer and reader stand side by side; Docs/StackStore.md describes the format.
 #include "FileSystem/File.h"
+#include "FileSystem/Path.h"
 #include "FileSystem/ReplacingFile.h"
 #include "Session/Callstacks/CallstackTrie.h"
 #include "Session/Callstacks/TrieBlock.h"
@@ -142,6 +143,11 @@ bool CallstackTrie::LoadCallstacks(const std::string& inPath, Serialization::Rea
     mNodeCount.store(header.NodeCount, std::memory_order_release);
     mIsInitialized = true;
     return true;
+}
+
+std::string gGetCallstackTriePath(const std::string& inDirectory)
+{
+    return FileSystem::gCombinePath(inDirectory, "CallstackDatabase.dat");
 }
 
 } // namespace Profiler

@@ -19,7 +19,7 @@
 //   open bars on, zones are left out and counted, so that neither memory nor time runs away.
 #pragma once
 
-#include "Session/Callstacks/BrokenStacks.h"
+#include "Session/Callstacks/BrokenStackReader.h"
 #include "Session/Callstacks/CallstackTrie.h"
 #include "Session/Events/TraceEvent.h"
 #include "Session/Pass/FiberState.h"

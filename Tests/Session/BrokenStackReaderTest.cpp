@@ -1,4 +1,6 @@
-#include "Session/Callstacks/BrokenStacks.h"
+#include "Session/Callstacks/BrokenStackReader.h"
+
+#include "Tests/Support/BrokenStackFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -15,12 +17,12 @@ constexpr double sNoEnd = std::numeric_limits<double>::max();
 class BrokenStackReaderTest : public testing::Test
 {
 protected:
-    BrokenStackReaderTest() { mHolder.SetRanges(0, {{10.0, 20.0, 1}, {20.0, 30.0, 2}, {30.0, 30.0, 3}, {40.0, sNoEnd, 4}}); }
+    BrokenStackReaderTest() { mFiles.SetRanges(0, {{10.0, 20.0, 1}, {20.0, 30.0, 2}, {30.0, 30.0, 3}, {40.0, sNoEnd, 4}}); }
 
     // The results at the times, a digit each; where a range begins, its stack in brackets.
     std::string Steps(double inStartTime, std::initializer_list<double> inTimes, ThreadID inThread = 0)
     {
-        BrokenStackReader reader(mHolder, inThread, inStartTime);
+        BrokenStackReader reader(mFiles.GetHolder(), inThread, inStartTime);
         std::string text;
         BrokenRange range;
         for (const double time : inTimes)
@@ -36,7 +38,7 @@ protected:
         return text;
     }
 
-    BrokenStackHolder mHolder;
+    BrokenStackFiles mFiles;
 };
 
 TEST_F(BrokenStackReaderTest, EventsBeforeInAndBehindARange)

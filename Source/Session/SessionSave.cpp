@@ -1,0 +1,37 @@
+// Writing a session.
+#include "Serialization/BinaryWriter.h"
+#include "Session/Pass/Model.h"
+#include "Session/Session.h"
+#include "Session/SharedModel.h"
+
+#include <array>
+
+namespace Profiler
+{
+
+bool Session::SaveSession(Utility::ErrorState& ioErrors)
+{
+    if (!SaveSharedModel(ioErrors))
+        return false;
+    while (!mModelsToSave.empty())
+    {
+        if (!mModelsToSave.front()->SaveModel(ioErrors))
+            return false;
+        mModelsToSave.erase(mModelsToSave.begin());
+    }
+    return mEventStream->FlushStream(ioErrors) && SaveCallstacks(ioErrors) && SaveSessionFile(ioErrors);
+}
+
+bool Session::SaveCallstacks(Utility::ErrorState& ioErrors) const
+{
+    return !mCallstackTrie.IsInitialized() || mCallstackTrie.SaveCallstacks(gGetCallstackTriePath(GetDirectory()), ioErrors);
+}
+
+// The info stands first, so that it can be read without the rest.
+bool Session::SaveSessionFile(Utility::ErrorState& ioErrors) const
+{
+    const std::array<const RTTI::Object*, 2> objects{mInfo.get(), this};
+    return Serialization::gReplaceFileWithObjects(mPath, objects, ioErrors);
+}
+
+} // namespace Profiler

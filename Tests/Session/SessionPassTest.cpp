@@ -1,0 +1,349 @@
+// Whole passes of a session, and what the models see of them.
+#include "Session/SharedModel.h"
+#include "Tests/Session/StoredSession.h"
+#include "Tests/Utility/LogCapture.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using namespace Profiler;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class SessionPassTest : public StoredSessionTest
+{
+protected:
+    // Tells a model's plugin to do something when the model gets a call.
+    static void OnCall(FakeModelPlugin& inPlugin, const std::string& inCall, const std::function<void()>& inAction)
+    {
+        inPlugin.OnCall = [inCall, inAction](const std::string& inReceived)
+        {
+            if (inReceived == inCall)
+                inAction();
+        };
+    }
+
+    // A stored session whose models can't be loaded.
+    std::unique_ptr<Session> StoreAndLoad(const std::string& inTrace)
+    {
+        StoreEvents(inTrace);
+        BuildBrokenStackIndex();
+        EXPECT_EQ(RunPass(), "") << Utility::GetErrorText(mErrors);
+        std::unique_ptr<Session> session = Load();
+        EXPECT_NE(session, nullptr) << Utility::GetErrorText(mLoadErrors);
+        TakeCalls();
+        return session;
+    }
+
+    // Without the calls about bars and threads.
+    CallList TakeEventCalls()
+    {
+        CallList calls = TakeCalls();
+        std::erase_if(calls, [](const std::string& inCall) { return inCall.find(": event") == std::string::npos; });
+        return calls;
+    }
+};
+
+TEST_F(SessionPassTest, ANewCaptureRunsTheWholePass)
+{
+    StoreEvents("3 sample A main");
+    ASSERT_EQ(RunPass(), "") << Utility::GetErrorText(mErrors);
+    EXPECT_THAT(TakeCalls(),
+                ElementsAre("first: make", "first: prepare", "second: make", "second: prepare", "first: begin", "second: begin",
+                            "first: create 0", "second: create 0", "first: event 0 at 3", "second: event 0 at 3",
+                            "first: bars 0 keep 0 of 1", "second: bars 0 keep 0 of 1", "first: finish thread 0",
+                            "second: finish thread 0", "first: finish", "second: finish", "first: save", "second: save"));
+    ASSERT_EQ(GetSession().GetModels().size(), 2U);
+    EXPECT_EQ(GetSession().GetModel({{1}}), GetSession().GetModels()[0]);
+    EXPECT_EQ(GetSession().GetModel({{2}}), GetSession().GetModels()[1]);
+    EXPECT_EQ(GetSession().GetModel({{3}}), nullptr);
+}
+
+TEST_F(SessionPassTest, ACallThatFailsEndsThePassUnsaved)
+{
+    StoreEvents("3 sample A main");
+    const std::vector<std::pair<std::string, std::string>> failures = {{"prepare", "create"}, {"begin", "begin"},
+                                                                       {"event", "process"},  {"finish thread", "finish"},
+                                                                       {"finish", "finish"},  {"save", "finish"}};
+    for (const auto& [call, step] : failures)
+    {
+        SCOPED_TRACE(call);
+        mFirst.FailingCall = call;
+        EXPECT_EQ(RunPass(), step);
+        const std::string last = TakeCalls().back();
+        EXPECT_EQ(last.substr(0, call.size() + 7), "first: " + call);
+        EXPECT_FALSE(Exists("game.session"));
+        EXPECT_EQ(GetSession().GetModels().size(), call == "prepare" ? 0U : 2U);
+    }
+    mFirst.FailingCall.clear();
+    EXPECT_EQ(RunPass(), "") << "what a failed pass has left is gone";
+}
+
+TEST_F(SessionPassTest, TheModelThatCanNotBePreparedIsDropped)
+{
+    mSecond.FailingCall = "prepare";
+    EXPECT_EQ(RunPass(), "create");
+    ASSERT_EQ(GetSession().GetModels().size(), 1U);
+    EXPECT_EQ(&GetSession().GetModels()[0]->GetPlugin(), &mFirst);
+
+    Write("Shared/below/file", "");
+    SetMode("game/Shared/below", 0555);
+    EXPECT_FALSE(AsOrdinaryUser([&] { return GetSession().CreateModels(mErrors); }));
+    EXPECT_THAT(GetSession().GetModels(), IsEmpty());
+    EXPECT_EQ(mErrors.GetEntries().back().Message, "Access to " + At("game/Shared/below/file") + " was denied");
+}
+
+// --- Cancellation ---
+
+TEST_F(SessionPassTest, ACancellationEndsTheEvents)
+{
+    StoreEvents("3 sample A main\n4 sample A main\n5 sample A main");
+    mIsCanceled = true;
+    EXPECT_EQ(RunPass(), "process");
+    EXPECT_THAT(TakeEventCalls(), IsEmpty());
+
+    mIsCanceled = false;
+    OnCall(mSecond, "event 0 at 4", [this] { mIsCanceled = true; });
+    EXPECT_EQ(RunPass(), "process");
+    EXPECT_EQ(TakeEventCalls().back(), "second: event 0 at 4");
+    EXPECT_THAT(mErrors.GetEntries(), IsEmpty());
+    EXPECT_FALSE(Exists("game.session"));
+}
+
+TEST_F(SessionPassTest, ACancellationWhileFinishingLeavesTheSessionUnsaved)
+{
+    StoreEvents("3 sample A main");
+    OnCall(mFirst, "finish", [this] { mIsCanceled = true; });
+    EXPECT_EQ(RunPass(), "");
+    EXPECT_EQ(TakeCalls().back(), "second: finish canceled");
+    EXPECT_FALSE(Exists("game.session"));
+    EXPECT_FALSE(Exists("Shared"));
+}
+
+TEST_F(SessionPassTest, ACanceledReprocessFinishesNothing)
+{
+    const std::unique_ptr<Session> session = StoreAndLoad("3 sample A main\n4 sample A main");
+    ASSERT_NE(session, nullptr);
+    const std::string stored = Read("game.session");
+    const LogCapture log;
+    OnCall(mSecond, "event 0 at 3", [this] { mIsCanceled = true; });
+    EXPECT_FALSE(Reprocess(*session));
+    EXPECT_THAT(TakeCalls(), ElementsAre("first: prepare", "second: prepare", "first: begin", "second: begin", "first: create 0",
+                                         "second: create 0", "first: event 0 at 3", "second: event 0 at 3"));
+    EXPECT_THAT(session->GetModelsToReprocess(), IsEmpty());
+    EXPECT_FALSE(Exists("Shared/Model.dat")) << "the next load has to rebuild the models";
+    ASSERT_EQ(log.GetMessages().size(), 1U);
+    EXPECT_THAT(log.GetMessages()[0], HasSubstr("finishing time: 0.000000)"));
+
+    // Half-built models aren't saved by a later call either.
+    mIsCanceled = false;
+    EXPECT_TRUE(Reprocess(*session));
+    EXPECT_THAT(TakeCalls(), IsEmpty());
+}
+
+TEST_F(SessionPassTest, AReprocessThatIsCanceledWhileFinishingSavesNothing)
+{
+    const std::unique_ptr<Session> session = StoreAndLoad("3 sample A main");
+    ASSERT_NE(session, nullptr);
+    Remove("game.session");
+    OnCall(mFirst, "finish", [this] { mIsCanceled = true; });
+    EXPECT_TRUE(Reprocess(*session));
+    EXPECT_EQ(TakeCalls().back(), "second: finish canceled");
+    EXPECT_FALSE(Exists("game.session"));
+}
+
+// --- Which events, which models ---
+
+TEST_F(SessionPassTest, OnlyAReprocessDropsEventsOfOtherProcesses)
+{
+    GetSession().AddNonCapturedProcess(5, "other", "", true, nullptr, 0.0, 0.0);
+    StoreEvent({1.0, 0, 7, StackOnlyEvent{}});
+    StoreEvent({2.0, gMakeCapturedProcessID(9), 8, StackOnlyEvent{}});
+    const std::unique_ptr<Session> session = StoreAndLoad("3 sample A main");
+    ASSERT_NE(session, nullptr);
+    EXPECT_TRUE(Reprocess(*session));
+    EXPECT_THAT(TakeEventCalls(), ElementsAre("first: event 0 at 3", "second: event 0 at 3"));
+
+    ASSERT_EQ(RunPass(), "");
+    EXPECT_THAT(TakeEventCalls(), ElementsAre("first: event 7 at 1", "second: event 7 at 1", "first: event 8 at 2",
+                                              "second: event 8 at 2", "first: event 0 at 3", "second: event 0 at 3"));
+}
+
+TEST_F(SessionPassTest, AReprocessTranslatesProcesses)
+{
+    StoreEvent({1.0, 500, 0, StackOnlyEvent{}});
+    StoreEvent({2.0, gMakeCapturedProcessID(0), 0, StackOnlyEvent{}});
+    const std::unique_ptr<Session> session = StoreAndLoad("");
+    ASSERT_NE(session, nullptr);
+    session->GetProcess(gMakeCapturedProcessID(0))->ID = 500;
+    session->RebuildProcessCompatibilityMap();
+    EXPECT_TRUE(Reprocess(*session));
+    EXPECT_THAT(TakeEventCalls(), ElementsAre("first: event 0 at 1", "second: event 0 at 1"));
+}
+
+TEST_F(SessionPassTest, OnlyThePassOfANewCaptureLearnsAboutThreads)
+{
+    const std::unique_ptr<Session> session = StoreAndLoad("3 name A Renderer");
+    ASSERT_NE(session, nullptr);
+    EXPECT_EQ(GetSession().GetThread(0)->ThreadName, "Renderer");
+    session->GetThread(0)->ThreadName = "told by the user";
+    EXPECT_TRUE(Reprocess(*session));
+    EXPECT_EQ(session->GetThread(0)->ThreadName, "told by the user");
+}
+
+TEST_F(SessionPassTest, AReprocessWithNothingToRebuildReadsNoEventAndSaves)
+{
+    mFirst.IsLoadable = mSecond.IsLoadable = true;
+    const std::unique_ptr<Session> session = StoreAndLoad("3 sample A main");
+    ASSERT_NE(session, nullptr);
+    ASSERT_THAT(session->GetModelsToReprocess(), IsEmpty());
+    Write("events.dat", "nothing that can be read");
+    Remove("game.session");
+    const LogCapture log;
+    EXPECT_TRUE(Reprocess(*session)) << Utility::GetErrorText(mErrors);
+    EXPECT_THAT(TakeCalls(), IsEmpty()) << "a loaded model has nothing to save";
+    EXPECT_TRUE(Exists("game.session"));
+    ASSERT_EQ(log.GetMessages().size(), 1U);
+    EXPECT_THAT(
+        log.GetMessages()[0],
+        testing::MatchesRegex("Reprocessing finished after [0-9.]+ seconds \\(processing time: [0-9.]+, IO time: 0.000000, "
+                              "finishing time: [0-9.]+\\)"));
+}
+
+TEST_F(SessionPassTest, AReprocessRebuildsWhatCouldNotBeLoaded)
+{
+    mFirst.IsLoadable = true;
+    const std::unique_ptr<Session> session = StoreAndLoad("3 sample A main");
+    ASSERT_NE(session, nullptr);
+    Write("Shared/old", "");
+    EXPECT_TRUE(Reprocess(*session));
+    EXPECT_THAT(TakeCalls(),
+                ElementsAre("second: prepare", "second: begin", "second: create 0", "second: event 0 at 3",
+                            "second: bars 0 keep 0 of 1", "second: finish thread 0", "second: finish", "second: save"));
+    EXPECT_THAT(List("game/Shared"), ElementsAre("Model.dat"));
+    EXPECT_TRUE(session->SaveSession(mErrors));
+    EXPECT_THAT(TakeCalls(), IsEmpty()) << "a model is saved once";
+}
+
+TEST_F(SessionPassTest, AReprocessThatCanNotBeginCanBeTriedAgain)
+{
+    const std::unique_ptr<Session> session = StoreAndLoad("3 sample A main");
+    ASSERT_NE(session, nullptr);
+    const LogCapture log;
+    for (const char* call : {"prepare", "begin"})
+    {
+        mSecond.FailingCall = call;
+        EXPECT_FALSE(Reprocess(*session));
+        EXPECT_EQ(session->GetModelsToReprocess().size(), 2U);
+    }
+    EXPECT_THAT(log.GetMessages(), IsEmpty());
+    mSecond.FailingCall = "finish";
+    EXPECT_FALSE(Reprocess(*session));
+    EXPECT_THAT(session->GetModelsToReprocess(), IsEmpty());
+    EXPECT_EQ(log.GetMessages().size(), 1U);
+}
+
+TEST_F(SessionPassTest, StoppingReachesTheModels)
+{
+    ASSERT_EQ(RunPass(), "");
+    TakeCalls();
+    GetSession().StopProcessing();
+    EXPECT_THAT(TakeCalls(), ElementsAre("first: stop", "second: stop"));
+    Session::StopProcessing({GetSession().GetModels()[1]});
+    EXPECT_THAT(TakeCalls(), ElementsAre("second: stop"));
+}
+
+// --- Progress and damage ---
+
+TEST_F(SessionPassTest, ProgressIsToldAHundredTimesAtMost)
+{
+    for (int i = 0; i < 1000; ++i)
+        StoreEvent({1.0 + i, gMakeCapturedProcessID(0), 0, StackOnlyEvent{}});
+    const std::unique_ptr<Session> session = StoreAndLoad("");
+    ASSERT_NE(session, nullptr);
+    std::vector<float> fractions;
+    mProgress = [&fractions](float inFraction) { fractions.push_back(inFraction); };
+    const auto check = [&fractions]
+    {
+        EXPECT_EQ(fractions.size(), 100U);
+        EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+        EXPECT_FLOAT_EQ(fractions.front(), 0.01F);
+        EXPECT_FLOAT_EQ(fractions.back(), 1.0F);
+        fractions.clear();
+    };
+    EXPECT_TRUE(Reprocess(*session));
+    check();
+    EXPECT_EQ(RunPass(), "");
+    check();
+}
+
+TEST_F(SessionPassTest, DamagedEventsFailThePass)
+{
+    const std::unique_ptr<Session> session = StoreAndLoad("3 sample A main\n4 sample A main");
+    ASSERT_NE(session, nullptr);
+    const std::string events = Read("events.dat");
+    Write("events.dat", events.substr(0, events.size() - 1));
+    Remove("game.session");
+    EXPECT_FALSE(Reprocess(*session));
+    EXPECT_EQ(RunPass(), "process");
+    ASSERT_EQ(mErrors.GetEntries().size(), 2U);
+    EXPECT_THAT(mErrors.GetEntries()[0].Message, HasSubstr("events.dat"));
+    EXPECT_FALSE(Exists("game.session"));
+}
+
+// --- The end of a pass ---
+
+TEST_F(SessionPassTest, ThreadsAreCompletedAtTheEnd)
+{
+    GetSession().GetSessionInfo().SessionEndTimeMs = 100.0;
+    GetSession().AddThread(gMakeCapturedProcessID(0), 1, "", 0.0, 0.0);
+    StoreEvents("3 exit B 0\n4 sample A main");
+    ASSERT_EQ(RunPass(), "");
+    const std::vector<Thread>& threads = GetSession().GetThreadList();
+    EXPECT_EQ(threads[0].EndTimeMs, 100.0);
+    EXPECT_EQ(threads[0].ThreadName, "A");
+    EXPECT_EQ(threads[1].EndTimeMs, 3.0);
+    EXPECT_EQ(threads[2].EndTimeMs, 100.0);
+    EXPECT_EQ(threads[2].ThreadName, "Unnamed");
+}
+
+TEST_F(SessionPassTest, TheSymbolSettingsAreThoseOfThePassUnlessKept)
+{
+    mFixture.GetPlatform().SymbolSettingsHash = 77;
+    ASSERT_EQ(RunPass(), "");
+    EXPECT_EQ(GetSession().GetSessionInfo().SymbolSettingsHash, 77U);
+    mFixture.GetPlatform().SymbolSettingsHash = 88;
+    EXPECT_TRUE(Reprocess(GetSession(), true));
+    EXPECT_EQ(GetSession().GetSessionInfo().SymbolSettingsHash, 77U);
+    EXPECT_TRUE(Reprocess(GetSession(), false));
+    EXPECT_EQ(GetSession().GetSessionInfo().SymbolSettingsHash, 88U);
+}
+
+TEST_F(SessionPassTest, FiberStatesAreStoredAndEmptyAtTheNextPass)
+{
+    std::unique_ptr<Session> session = StoreAndLoad("3 begin A main Job\n4 fiber-out A 7");
+    ASSERT_NE(session, nullptr);
+    EXPECT_EQ(GetSession().GetSharedModel()->GetFiberState().GetNumStates(), 1U);
+    const std::unique_ptr<SharedModel> stored = session->LoadSharedModel(mRegistry, mLoadErrors);
+    ASSERT_NE(stored, nullptr) << Utility::GetErrorText(mLoadErrors);
+    EXPECT_EQ(stored->GetFiberState().GetNumStates(), 1U);
+    EXPECT_EQ(&stored->GetSession(), session.get());
+
+    // Models that have to be rebuilt start from nothing, and a pass of the same events ends in the same.
+    EXPECT_EQ(session->GetSharedModel()->GetFiberState().GetNumStates(), 0U);
+    EXPECT_TRUE(Reprocess(*session));
+    EXPECT_EQ(session->GetSharedModel()->GetFiberState().GetNumStates(), 1U);
+
+    mFirst.IsLoadable = mSecond.IsLoadable = true;
+    session = Load();
+    ASSERT_NE(session, nullptr);
+    EXPECT_EQ(session->GetSharedModel()->GetFiberState().GetNumStates(), 1U);
+    ASSERT_TRUE(GetSession().CreateModels(mErrors));
+    EXPECT_EQ(GetSession().GetSharedModel()->GetFiberState().GetNumStates(), 0U);
+    EXPECT_THAT(List("game/Shared"), IsEmpty());
+}
+
+} // namespace
