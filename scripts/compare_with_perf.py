@@ -5,7 +5,8 @@ Per thread: the number of samples with `perf script`, and the time executing wit
 ran more than 10 ms by either. Where the kernel's tracepoint missed the switch that brought a thread in, timehist counts the thread as
 running since its processor's last switch, even if it was still asleep then or didn't exist yet. A thread that differs from timehist by
 more than 1% is therefore held against a second figure, worked out from the events that `perf script` prints: there a thread runs
-since the processor's last switch, its own last event or its last wake-up, whichever is later. Such threads are listed as explained.
+since the processor's last switch, its own last event, its last wake-up, or one sample interval before a clock saw it, whichever is
+later. Such threads are listed as explained.
 Ends with 1 if a thread differs in samples, or by more than 1% from both figures.
 
     scripts/compare_with_perf.py PROGRAM CAPTURE...
@@ -48,6 +49,9 @@ def perf_run_times(capture):
     return times
 
 
+SAMPLE_INTERVAL = 0.00025  # seconds, of the captures as they are recorded
+
+
 def replayed_run_times(capture):
     """As perf_run_times, from the scheduler's events, without the time in which a thread can't have run."""
     times = collections.Counter()
@@ -77,7 +81,9 @@ def replayed_run_times(capture):
             if woken not in switched_in:
                 last_seen[woken] = time
         if own > 0 and own not in switched_in:
-            switched_in[own] = max(last_seen.get(own, 0), last_switch.get(cpu, 0)) if own in last_seen else time
+            # A clock samples a thread that runs once per interval, so it can't have run for longer unseen.
+            unseen = time - SAMPLE_INTERVAL if event.startswith(("cpu-clock", "task-clock")) else 0
+            switched_in[own] = max(last_seen.get(own, 0), last_switch.get(cpu, 0), unseen) if own in last_seen else time
     for thread, start in switched_in.items():
         times[thread] += (time - start) * 1000
     return times

@@ -1,6 +1,9 @@
 // The reference host's command line.
 
 #include "FileSystem/Path.h"
+#include "Host/CommandLine/ImportCommand.h"
+#include "Host/CommandLine/InfoCommand.h"
+#include "Host/CommandLine/ProcessCommand.h"
 #include "Host/CommandLine/SummarizeCommand.h"
 #include "Utility/Log.h"
 
@@ -9,6 +12,10 @@
 
 #include <climits>
 #include <cstdio>
+#include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
 
 namespace
 {
@@ -42,13 +49,100 @@ int gWriteOutput(const std::string& inText)
     return sFailure;
 }
 
-int gRunSummarize(const Host::SummarizeOptions& inOptions)
+// Runs a command and shows its text, also where it comes with a failure.
+template <class Options>
+int gRun(bool (*inCommand)(const Options&, std::string&, Utility::ErrorState&), const Options& inOptions)
 {
     Utility::ErrorState errors;
     std::string text;
-    if (!Host::gSummarize(inOptions, text, errors))
-        return gReportFailure(errors);
-    return gWriteOutput(text);
+    const bool isDone = inCommand(inOptions, text, errors);
+    const int written = text.empty() ? sSuccess : gWriteOutput(text);
+    return isDone ? written : gReportFailure(errors);
+}
+
+// A command of the program, with what it runs once the arguments are read.
+struct Command
+{
+    const CLI::App* Parser;
+    std::function<int()> Run;
+};
+using CommandList = std::vector<Command>;
+
+constexpr const char* sPluginText = "The plugin library";
+constexpr const char* sJSONText = "One JSON object instead of tables";
+constexpr const char* sSessionText = "A session file, a session folder, or the capture";
+
+// Adds a command whose options are to be filled in.
+template <class Options>
+std::pair<CLI::App*, std::shared_ptr<Options>> gAddCommand(CLI::App& ioApp, CommandList& ioCommands, const char* inName,
+                                                           const char* inText,
+                                                           bool (*inFunction)(const Options&, std::string&, Utility::ErrorState&))
+{
+    CLI::App* command = ioApp.add_subcommand(inName, inText);
+    auto options = std::make_shared<Options>();
+    command->add_option("--plugin", options->PluginPath, sPluginText)->default_val(gGetDefaultPluginPath());
+    ioCommands.push_back({command, [inFunction, options] { return gRun(inFunction, *options); }});
+    return {command, options};
+}
+
+// "A,B" in milliseconds; either may be missing. Gives what is wrong with the text, or nothing.
+std::string gParseTimeRange(const std::string& inText, Host::ImportFilter& ioFilter)
+{
+    const size_t comma = inText.find(',');
+    const auto parse = [](const std::string& inNumber, double& ioMs)
+    { return inNumber.empty() || CLI::detail::lexical_cast(inNumber, ioMs); };
+    const bool isRange = comma != std::string::npos && parse(inText.substr(0, comma), ioFilter.StartMs) &&
+                         parse(inText.substr(comma + 1), ioFilter.EndMs);
+    // Written so that what is no number fails.
+    return isRange && ioFilter.StartMs >= 0.0 && ioFilter.StartMs < ioFilter.EndMs
+               ? std::string()
+               : "needs START,END in milliseconds, as 1000,2500 or 1000, or ,2500";
+}
+
+void gAddSummarize(CLI::App& ioApp, CommandList& ioCommands)
+{
+    const auto [command, options] = gAddCommand(
+        ioApp, ioCommands, "summarize", "Print what a capture that perf record wrote holds, per thread", Host::gSummarize);
+    command->add_option("CAPTURE", options->Path, "The perf.data file, or a session")->required();
+    command->add_flag("--json", options->AsJSON, sJSONText);
+}
+
+void gAddImport(CLI::App& ioApp, CommandList& ioCommands)
+{
+    const auto [command, options] =
+        gAddCommand(ioApp, ioCommands, "import", "Make a session of a capture that perf record wrote", Host::gImport);
+    command->add_option("CAPTURE", options->CapturePath, "The perf.data file")->required();
+    command->add_option("--output", options->OutputFolder, "Where the session folder goes, instead of beside the capture");
+    command->add_option("--process", options->Filter.Processes, "Capture only processes of this name or number; may be repeated")
+        ->allow_extra_args(false);
+    command
+        ->add_option_function<std::string>(
+            "--time-range",
+            [filter = &options->Filter](const std::string& inText)
+            {
+                if (const std::string fault = gParseTimeRange(inText, *filter); !fault.empty())
+                    throw CLI::ValidationError("--time-range", fault);
+            },
+            "Take only START,END in milliseconds from the capture's first record")
+        ->type_name("START,END");
+    command->add_flag("--force", options->Replaces, "Replace a session that is there");
+    command->add_flag("--json", options->AsJSON, sJSONText);
+}
+
+void gAddProcess(CLI::App& ioApp, CommandList& ioCommands)
+{
+    const auto [command, options] =
+        gAddCommand(ioApp, ioCommands, "process", "Bring a stored session to where it can be used", Host::gProcess);
+    command->add_option("SESSION", options->Session, sSessionText)->required();
+    command->add_flag("--rebuild", options->Rebuilds, "Build anew all that is derived from the events");
+}
+
+void gAddInfo(CLI::App& ioApp, CommandList& ioCommands)
+{
+    const auto [command, options] =
+        gAddCommand(ioApp, ioCommands, "info", "Print what a session holds, and which of its stores are sound", Host::gShowInfo);
+    command->add_option("SESSION", options->Session, sSessionText)->required();
+    command->add_flag("--json", options->AsJSON, sJSONText);
 }
 
 } // namespace
@@ -59,13 +153,11 @@ int main(int inArgumentCount, char** inArguments)
     app.require_subcommand(1);
     bool isVerbose = false;
     app.add_flag("--verbose", isVerbose, "Write log lines to standard error");
-    Host::SummarizeOptions summarize;
-    summarize.PluginPath = gGetDefaultPluginPath();
-
-    CLI::App* command = app.add_subcommand("summarize", "Print what a capture that perf record wrote holds, per thread");
-    command->add_option("CAPTURE", summarize.CapturePath, "The perf.data file")->required();
-    command->add_flag("--json", summarize.AsJSON, "One JSON object instead of tables");
-    command->add_option("--plugin", summarize.PluginPath, "The plugin library")->capture_default_str();
+    CommandList commands;
+    gAddSummarize(app, commands);
+    gAddImport(app, commands);
+    gAddProcess(app, commands);
+    gAddInfo(app, commands);
 
     try
     {
@@ -77,5 +169,10 @@ int main(int inArgumentCount, char** inArguments)
     }
     if (isVerbose)
         Utility::gAddLogSink([](const char* inText, void*) { std::fputs(inText, stderr); }, nullptr);
-    return gRunSummarize(summarize);
+    for (const Command& command : commands)
+    {
+        if (command.Parser->parsed())
+            return command.Run();
+    }
+    return sBadUsage;
 }

@@ -1,35 +1,24 @@
 #include "Host/CommandLine/SummarizeCommand.h"
 
+#include "FileSystem/Path.h"
 #include "Host/CommandLine/ProgressLine.h"
+#include "Host/CommandLine/SessionPath.h"
 #include "Host/CommandLine/Summary.h"
 #include "Host/CommandLine/SummaryText.h"
 #include "Host/CommandLine/TemporaryFolder.h"
-#include "Host/Plugins/PluginLibrary.h"
-#include "Host/Plugins/PluginManager.h"
-#include "Plugin/TypeRegistration.h"
-#include "RTTI/Registry.h"
+#include "Host/CommandLine/Workspace.h"
+#include "Session/Events/TraceEventStreamReader.h"
 #include "Session/Pass/EventDispatcher.h"
 #include "Session/Session.h"
+#include "Session/SessionPaths.h"
 #include "Session/SharedModel.h"
-#include "System/JobScheduler.h"
-#include "Utility/Hash.h"
 
 #include <memory>
-#include <string_view>
-#include <thread>
 
 namespace Host
 {
 namespace
 {
-
-constexpr std::string_view sHostModuleName = "brenvaldoris";
-
-void gRegisterHostTypes(RTTI::Registry& ioRegistry)
-{
-    const RTTI::CurrentModuleScope scope(ioRegistry, Utility::gCRC64(sHostModuleName.data(), sHostModuleName.size(), 0));
-    Profiler::gRegisterTypes(ioRegistry);
-}
 
 // Hands the events of an import to the models of a pass.
 class PassSink final : public ITraceEventSink
@@ -52,35 +41,70 @@ private:
     Profiler::EventDispatcher& mDispatcher;
 };
 
-std::unique_ptr<Profiler::Session> gMakeSession(const std::string& inSessionPath, System::JobScheduler& inScheduler,
-                                                Profiler::PluginManagerCommon& inPlugins, PluginManager& inFrontEnd)
-{
-    auto session = std::make_unique<Profiler::Session>(std::make_unique<Profiler::SessionInfo>(), inSessionPath, inScheduler,
-                                                       inPlugins, inFrontEnd);
-    std::unique_ptr<Profiler::PlatformSession> platform;
-    inFrontEnd.GetPlatformPlugin(sLinuxPlatformID)->CreatePlatformSession(platform);
-    session->SetPlatformSession(std::move(platform));
-    return session;
-}
-
 // One pass over the importer's events, for the plugin's models and the one that counts.
-bool gRunPass(Profiler::Session& ioSession, CaptureImporter& ioImporter, SummaryModel& ioSummaryModel, uint64_t& outDroppedEvents,
-              Utility::ErrorState& ioErrors)
+bool gSummarizeCapture(const SummarizeOptions& inOptions, Workspace& ioWorkspace, Summary& outSummary,
+                       Utility::ErrorState& ioErrors)
 {
-    std::vector<Profiler::Model*> models = ioSession.GetModels();
-    models.push_back(&ioSummaryModel);
-    Profiler::EventDispatcher dispatcher(ioSession, ioSession.GetSharedModel()->GetFiberState(), ioSession.GetBrokenStacks(),
+    PerfFile file;
+    // The models write files, of which none is to be kept.
+    TemporaryFolder folder;
+    if (!file.Open(inOptions.Path, ioErrors) || !folder.Make(ioErrors))
+        return false;
+    const std::unique_ptr<Profiler::Session> session =
+        ioWorkspace.MakeSession(FileSystem::gCombinePath(folder.GetPath(), "summary.session"));
+    if (!session->CreateModels(ioErrors))
+        return false;
+    CaptureImporter importer(file, *session, ioWorkspace.GetSymbols());
+    SummaryModel summaryModel(ioWorkspace.GetPlugin(), *session);
+    std::vector<Profiler::Model*> models = session->GetModels();
+    models.push_back(&summaryModel);
+    Profiler::EventDispatcher dispatcher(*session, session->GetSharedModel()->GetFiberState(), session->GetBrokenStacks(),
                                          std::move(models));
-    PassSink sink(ioSession, dispatcher);
+    PassSink sink(*session, dispatcher);
     ProgressLine progress("Reading");
     const bool isCanceled = false;
-    if (!dispatcher.BeginProcessing(ioErrors) ||
-        !ioImporter.Run(
+    if (!importer.Prepare(ioErrors) || !dispatcher.BeginProcessing(ioErrors) ||
+        !importer.Run(
             sink, [&progress](float inFraction) { progress.Show(inFraction); }, ioErrors) ||
         !dispatcher.FinishProcessing(ioErrors, isCanceled))
         return false;
-    ioSession.GetCallstackTrie().FinishCallstacks();
-    outDroppedEvents = dispatcher.GetNumDroppedEvents();
+    session->GetCallstackTrie().FinishCallstacks();
+    outSummary = gMakeSummary(summaryModel, gMakeImportReport(file, importer), dispatcher.GetNumDroppedEvents());
+    return true;
+}
+
+// One pass over the stored events, for the model that counts.
+bool gSummarizeSession(const SummarizeOptions& inOptions, Workspace& ioWorkspace, Summary& outSummary,
+                       Utility::ErrorState& ioErrors)
+{
+    std::string path;
+    uint32_t flags = Profiler::NothingToReprocess;
+    if (!gFindSessionFile(inOptions.Path, path, ioErrors))
+        return false;
+    const std::unique_ptr<Profiler::Session> session = ioWorkspace.LoadSession(path, flags, ioErrors);
+    constexpr uint32_t neededFlags = Profiler::UpgradeEventStream | Profiler::RebuildBrokenStacks;
+    if (session == nullptr || !Utility::Check(ioErrors, (flags & neededFlags) == 0, 0,
+                                              "The session %s is to be processed first; run: brenvaldoris process SESSION", path))
+        return false;
+    SummaryModel summaryModel(ioWorkspace.GetPlugin(), *session);
+    Profiler::OpenBarProcessorFiberState fibers;
+    Profiler::EventDispatcher dispatcher(*session, fibers, session->GetBrokenStacks(), {&summaryModel});
+    Profiler::TraceEventStreamReader reader = session->GetEventStream().CreateReader(0.0);
+    ProgressLine line("Reading");
+    const Utility::ProgressFunction show = [&line](float inFraction) { line.Show(inFraction); };
+    Utility::ProgressReporter progress(show, session->GetEventStream().GetNumEvents());
+    Profiler::TraceEvent event;
+    while (reader.NextEvent(event))
+    {
+        progress.Report(reader.GetEventsRead());
+        if (session->GetProcess(event.ProcessID) != nullptr && !dispatcher.Dispatch(event, ioErrors))
+            return false;
+    }
+    const bool isCanceled = false;
+    if (!reader.CheckSound(ioErrors) || !dispatcher.FinishProcessing(ioErrors, isCanceled))
+        return false;
+    const std::unique_ptr<ImportReport> report = gReadImportReport(Profiler::gGetSessionFolder(path), ioWorkspace.GetRegistry());
+    outSummary = gMakeSummary(summaryModel, report != nullptr ? *report : ImportReport(), dispatcher.GetNumDroppedEvents());
     return true;
 }
 
@@ -88,39 +112,15 @@ bool gRunPass(Profiler::Session& ioSession, CaptureImporter& ioImporter, Summary
 
 bool gSummarize(const SummarizeOptions& inOptions, std::string& outText, Utility::ErrorState& ioErrors)
 {
-    PerfFile file;
-    if (!file.Open(inOptions.CapturePath, ioErrors))
+    const std::unique_ptr<Workspace> workspace = Workspace::sMake(inOptions.PluginPath, ioErrors);
+    if (workspace == nullptr)
         return false;
-
-    RTTI::Registry registry;
-    gRegisterHostTypes(registry);
-    const std::unique_ptr<PluginLibrary> library = PluginLibrary::sLoad(inOptions.PluginPath, registry, ioErrors);
-    if (library == nullptr)
-        return false;
-    registry.Finalize();
-
-    System::JobScheduler scheduler(static_cast<int32_t>(std::max(1U, std::thread::hardware_concurrency())));
-    PluginManager frontEnd;
-    Profiler::PluginManagerCommon plugins{{&library->GetPlugin()}, {}};
-    SymbolCache symbols;
-    // The models write files, of which none is to be kept.
-    TemporaryFolder folder;
-    if (!folder.Make(ioErrors))
-        return false;
-    const std::unique_ptr<Profiler::Session> session =
-        gMakeSession(folder.GetPath() + "/summary.session", scheduler, plugins, frontEnd);
-    session->InitializePlatformSession();
-    if (!session->CreateModels(ioErrors))
-        return false;
-
-    CaptureImporter importer(file, *session, symbols);
-    SummaryModel summaryModel(library->GetPlugin(), *session);
-    uint64_t droppedEvents = 0;
-    if (!importer.Prepare(ioErrors) || !gRunPass(*session, importer, summaryModel, droppedEvents, ioErrors))
-        return false;
-    const Summary summary = gMakeSummary(file, importer, summaryModel, droppedEvents);
-    outText = inOptions.AsJSON ? gFormatSummaryAsJSON(summary) : gFormatSummary(summary);
-    return true;
+    Summary summary;
+    const bool isDone = gIsSession(inOptions.Path) ? gSummarizeSession(inOptions, *workspace, summary, ioErrors)
+                                                   : gSummarizeCapture(inOptions, *workspace, summary, ioErrors);
+    if (isDone)
+        outText = inOptions.AsJSON ? gFormatSummaryAsJSON(summary) : gFormatSummary(summary);
+    return isDone;
 }
 
 } // namespace Host

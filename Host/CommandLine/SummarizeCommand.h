@@ -1,4 +1,7 @@
-// `brenvaldoris summarize CAPTURE`: one pass over a perf.data file, nothing stored.
+// `brenvaldoris summarize CAPTURE`: one pass over a perf.data file or over a session, nothing stored.
+//
+// A session's broken stacks are known, so its bars are those of the timeline; a capture's bars end where its stacks are cut
+// short.
 #pragma once
 
 #include "Utility/ErrorState.h"
@@ -10,7 +13,7 @@ namespace Host
 
 struct SummarizeOptions
 {
-    std::string CapturePath;
+    std::string Path;       // a perf.data file, a session file or a session folder
     std::string PluginPath; // the library to load
     bool AsJSON = false;
 };

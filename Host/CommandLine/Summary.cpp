@@ -17,31 +17,6 @@ constexpr const char* sNoModuleReason =
     "no mapping covers the address: run-time generated code, or a stack without frame pointers";
 constexpr const char* sNoFunctionReason = "no symbol covers the address";
 
-constexpr const char* sEventNames[sNumStoredEventTypes] = {"Sample",
-                                                           "ContextSwitchOut",
-                                                           "ContextSwitchIn",
-                                                           "ReadyThread",
-                                                           "ThreadStart",
-                                                           "ThreadEnd",
-                                                           "ThreadName",
-                                                           "InstrumentationBegin",
-                                                           "InstrumentationEnd",
-                                                           "InstrumentationBeginColored",
-                                                           "ReadyThreadTimed",
-                                                           "ThreadStartDisplay",
-                                                           "ThreadEndDisplay",
-                                                           "Reserved13",
-                                                           "Reserved14",
-                                                           "FiberSwitchOut",
-                                                           "FiberSwitchIn",
-                                                           "StackOnly"};
-
-void gAddCount(std::vector<NamedCount>& ioCounts, const char* inName, uint64_t inCount)
-{
-    if (inCount != 0)
-        ioCounts.push_back({inName, inCount});
-}
-
 ThreadRow gMakeThreadRow(const Session& inSession, const Thread& inThread)
 {
     ThreadRow row;
@@ -126,55 +101,20 @@ void gAddUnresolved(const ModuleDatabase& inModules, const SummaryModel& inModel
                      [](const UnresolvedRow& inFirst, const UnresolvedRow& inSecond) { return inFirst.Bars > inSecond.Bars; });
 }
 
-void gAddHealth(const PerfFile& inFile, const CaptureImporter& inImporter, uint64_t inDroppedEvents, Summary& outSummary)
-{
-    const PerfHealth& file = inImporter.GetFileHealth();
-    const ImportHealth& health = inImporter.GetHealth();
-    for (size_t type = 0; type < health.EventsByType.size(); ++type)
-        gAddCount(outSummary.Events, sEventNames[type], health.EventsByType[type]);
-    for (uint32_t type = 0; type < PerfHealth::sCountedTypes; ++type)
-        gAddCount(outSummary.Records, gGetRecordTypeName(type), file.RecordsByType[type]);
-    gAddCount(outSummary.Records, "of other types", file.RecordsByType[PerfHealth::sCountedTypes]);
-    for (size_t reason = 1; reason < file.Skipped.size(); ++reason)
-        gAddCount(outSummary.Skipped, gGetSkipName(static_cast<EPerfSkip>(reason)), file.Skipped[reason]);
-
-    gAddCount(outSummary.Notes, "samples of idle processors", health.IdleSamples);
-    gAddCount(outSummary.Notes, "samples of events that aren't a clock or cycles", health.OtherEventSamples);
-    gAddCount(outSummary.Notes, "samples of threads that were being taken down", health.SamplesWithoutThread);
-    gAddCount(outSummary.Notes, "switches told twice", health.RepeatedSwitches);
-    gAddCount(outSummary.Notes, "switches in that the kernel didn't record", health.MissedSwitchIns);
-    gAddCount(outSummary.Notes, "switches out that the kernel didn't record", health.MissedSwitchOuts);
-    gAddCount(outSummary.Notes, "wake-ups told twice", health.RepeatedWakeups);
-    gAddCount(outSummary.Notes, "wake-ups of unknown threads", health.UnknownWakeups);
-    gAddCount(outSummary.Notes, "threads that no record introduced", health.UnnamedThreads);
-    gAddCount(outSummary.Notes, "inherited mappings left out", health.MappingsLeftOut);
-    gAddCount(outSummary.Notes, "events at impossible times", inDroppedEvents);
-
-    outSummary.LostEvents = file.LostEvents;
-    outSummary.LostSamples = file.LostSamples;
-    outSummary.Throttles = file.Throttles;
-    outSummary.TruncatedBytes = file.TruncatedBytes;
-    outSummary.TruncatedReason = file.TruncatedReason;
-    for (const PerfGap& gap : gFindRecordingGaps(inFile, inImporter.GetTracepoints(), file))
-        outSummary.Gaps.push_back(gap.Text);
-    outSummary.Warnings = inFile.GetWarnings();
-    outSummary.Warnings.insert(outSummary.Warnings.end(), inImporter.GetWarnings().begin(), inImporter.GetWarnings().end());
-}
-
 } // namespace
 
-Summary gMakeSummary(const PerfFile& inFile, const CaptureImporter& inImporter, const SummaryModel& inModel,
-                     uint64_t inDroppedEvents)
+Summary gMakeSummary(const SummaryModel& inModel, ImportReport inReport, uint64_t inDroppedEvents)
 {
     Session& session = inModel.GetSession();
     Summary summary;
-    summary.CapturePath = inFile.GetPath();
     summary.LengthMs = session.GetSessionInfo().SessionEndTimeMs - session.GetSessionInfo().SessionStartTimeMs;
     summary.Processes = session.GetProcessList().size();
     gAddThreads(session, inModel, summary);
     gAddLongestBars(session, session.GetModuleDatabase(), inModel, summary);
     gAddUnresolved(session.GetModuleDatabase(), inModel, summary);
-    gAddHealth(inFile, inImporter, inDroppedEvents, summary);
+    summary.Report = std::move(inReport);
+    summary.Report.SymbolFailures.clear();
+    gAddCount(summary.Report.Notes, "events at impossible times", inDroppedEvents);
     return summary;
 }
 

@@ -4,8 +4,7 @@
 #pragma once
 
 #include "Host/CommandLine/SummaryModel.h"
-#include "Host/Import/CaptureImporter.h"
-#include "Host/Import/PerfRecordingGaps.h"
+#include "Host/Import/ImportReport.h"
 
 #include <cstdint>
 #include <string>
@@ -43,37 +42,17 @@ struct UnresolvedRow
     uint64_t Bars = 0;
 };
 
-struct NamedCount
-{
-    std::string Name;
-    uint64_t Count = 0;
-};
-
 struct Summary
 {
-    std::string CapturePath;
     double LengthMs = 0.0;
     uint64_t Processes = 0;
     std::vector<ThreadRow> Threads; // with events, by process, in the order of the session
     std::vector<BarRow> LongestBars;
-
-    // Health.
-    std::vector<NamedCount> Events;  // trace events by kind
-    std::vector<NamedCount> Records; // of the file, by type
-    std::vector<NamedCount> Skipped; // records by reason
-    std::vector<NamedCount> Notes;   // what the importer did about odd input
-    uint64_t LostEvents = 0;
-    uint64_t LostSamples = 0;
-    uint64_t Throttles = 0;
-    uint64_t TruncatedBytes = 0;
-    std::string TruncatedReason;
     std::vector<UnresolvedRow> Unresolved;
-    std::vector<std::string> Gaps; // what wasn't recorded, with the cure
-    std::vector<std::string> Warnings;
+    ImportReport Report; // without symbol failures: Unresolved tells more
 };
 
 // REQUIRES: the import and its pass are over.
-[[nodiscard]] Summary gMakeSummary(const PerfFile& inFile, const CaptureImporter& inImporter, const SummaryModel& inModel,
-                                   uint64_t inDroppedEvents);
+[[nodiscard]] Summary gMakeSummary(const SummaryModel& inModel, ImportReport inReport, uint64_t inDroppedEvents);
 
 } // namespace Host

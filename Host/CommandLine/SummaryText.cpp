@@ -1,13 +1,10 @@
 #include "Host/CommandLine/SummaryText.h"
 
+#include "Host/CommandLine/JSONOutput.h"
+#include "Host/CommandLine/ReportText.h"
 #include "Host/CommandLine/Summary.h"
 #include "Host/CommandLine/TextTable.h"
 #include "Utility/Format.h"
-
-#include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
-
-#include <string_view>
 
 namespace Host
 {
@@ -15,9 +12,6 @@ namespace
 {
 
 using EAlign = TextTable::EAlign;
-using JSONWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer, rapidjson::UTF8<>, rapidjson::UTF8<>>;
-
-constexpr int sJSONIndent = 2;
 
 std::string gFormatMs(double inMs)
 {
@@ -64,20 +58,6 @@ std::string gFormatLongestBars(const Summary& inSummary)
     return table.Format();
 }
 
-std::string gFormatCounts(const char* inTitle, const std::vector<NamedCount>& inCounts)
-{
-    if (inCounts.empty())
-        return {};
-    std::string text = Utility::gFormat("%s:", inTitle);
-    const char* separator = " ";
-    for (const NamedCount& count : inCounts)
-    {
-        text += Utility::gFormat("%s%llu %s", separator, static_cast<unsigned long long>(count.Count), count.Name.c_str());
-        separator = ", ";
-    }
-    return text + '\n';
-}
-
 std::string gFormatUnresolved(const Summary& inSummary)
 {
     if (inSummary.Unresolved.empty())
@@ -88,56 +68,7 @@ std::string gFormatUnresolved(const Summary& inSummary)
     return '\n' + table.Format();
 }
 
-std::string gFormatHealth(const Summary& inSummary)
-{
-    std::string text = gFormatCounts("Events", inSummary.Events);
-    text += gFormatCounts("Records", inSummary.Records);
-    text += Utility::gFormat("Lost while recording: %llu events, %llu samples; throttled %llu times\n",
-                             static_cast<unsigned long long>(inSummary.LostEvents),
-                             static_cast<unsigned long long>(inSummary.LostSamples),
-                             static_cast<unsigned long long>(inSummary.Throttles));
-    text += gFormatCounts("Skipped records", inSummary.Skipped);
-    text += gFormatCounts("Notes", inSummary.Notes);
-    if (!inSummary.TruncatedReason.empty())
-        text += Utility::gFormat("Truncated: %s (%llu bytes not read)\n", inSummary.TruncatedReason.c_str(),
-                                 static_cast<unsigned long long>(inSummary.TruncatedBytes));
-    for (const std::string& gap : inSummary.Gaps)
-        text += "Not recorded: " + gap + '\n';
-    for (const std::string& warning : inSummary.Warnings)
-        text += "Warning: " + warning + '\n';
-    return text + gFormatUnresolved(inSummary);
-}
-
 // --- JSON ---
-
-void gWriteText(JSONWriter& ioWriter, std::string_view inText)
-{
-    ioWriter.String(inText.data(), static_cast<rapidjson::SizeType>(inText.size()));
-}
-
-void gWriteMember(JSONWriter& ioWriter, const char* inName, std::string_view inText)
-{
-    ioWriter.Key(inName);
-    gWriteText(ioWriter, inText);
-}
-
-void gWriteMember(JSONWriter& ioWriter, const char* inName, uint64_t inNumber)
-{
-    ioWriter.Key(inName);
-    ioWriter.Uint64(inNumber);
-}
-
-void gWriteMember(JSONWriter& ioWriter, const char* inName, int32_t inNumber)
-{
-    ioWriter.Key(inName);
-    ioWriter.Int(inNumber);
-}
-
-void gWriteMember(JSONWriter& ioWriter, const char* inName, double inNumber)
-{
-    ioWriter.Key(inName);
-    ioWriter.Double(inNumber);
-}
 
 void gWriteThreadIdentity(JSONWriter& ioWriter, const ThreadRow& inRow)
 {
@@ -194,50 +125,20 @@ void gWriteLongestBars(JSONWriter& ioWriter, const Summary& inSummary)
     ioWriter.EndArray();
 }
 
-void gWriteCounts(JSONWriter& ioWriter, const char* inName, const std::vector<NamedCount>& inCounts)
-{
-    ioWriter.Key(inName);
-    ioWriter.StartObject();
-    for (const NamedCount& count : inCounts)
-        gWriteMember(ioWriter, count.Name.c_str(), count.Count);
-    ioWriter.EndObject();
-}
-
-void gWriteTexts(JSONWriter& ioWriter, const char* inName, const std::vector<std::string>& inTexts)
-{
-    ioWriter.Key(inName);
-    ioWriter.StartArray();
-    for (const std::string& text : inTexts)
-        gWriteText(ioWriter, text);
-    ioWriter.EndArray();
-}
-
 void gWriteHealth(JSONWriter& ioWriter, const Summary& inSummary)
 {
     ioWriter.Key("health");
     ioWriter.StartObject();
-    gWriteCounts(ioWriter, "events", inSummary.Events);
-    gWriteCounts(ioWriter, "records", inSummary.Records);
-    gWriteCounts(ioWriter, "skipped_records", inSummary.Skipped);
-    gWriteCounts(ioWriter, "notes", inSummary.Notes);
-    gWriteMember(ioWriter, "lost_events", inSummary.LostEvents);
-    gWriteMember(ioWriter, "lost_samples", inSummary.LostSamples);
-    gWriteMember(ioWriter, "throttles", inSummary.Throttles);
-    gWriteMember(ioWriter, "truncated_bytes", inSummary.TruncatedBytes);
-    gWriteMember(ioWriter, "truncated", inSummary.TruncatedReason);
-    ioWriter.Key("unresolved");
-    ioWriter.StartArray();
-    for (const UnresolvedRow& row : inSummary.Unresolved)
-    {
-        ioWriter.StartObject();
-        gWriteMember(ioWriter, "module", row.Module);
-        gWriteMember(ioWriter, "reason", row.Reason);
-        gWriteMember(ioWriter, "bars", row.Bars);
-        ioWriter.EndObject();
-    }
-    ioWriter.EndArray();
-    gWriteTexts(ioWriter, "not_recorded", inSummary.Gaps);
-    gWriteTexts(ioWriter, "warnings", inSummary.Warnings);
+    gWriteReport(ioWriter, inSummary.Report);
+    gWriteArray(ioWriter, "unresolved", inSummary.Unresolved,
+                [&](const UnresolvedRow& inRow)
+                {
+                    ioWriter.StartObject();
+                    gWriteMember(ioWriter, "module", inRow.Module);
+                    gWriteMember(ioWriter, "reason", inRow.Reason);
+                    gWriteMember(ioWriter, "bars", inRow.Bars);
+                    ioWriter.EndObject();
+                });
     ioWriter.EndObject();
 }
 
@@ -245,28 +146,26 @@ void gWriteHealth(JSONWriter& ioWriter, const Summary& inSummary)
 
 std::string gFormatSummary(const Summary& inSummary)
 {
-    std::string text = Utility::gFormat("%s: %.3f s, %llu processes, %zu threads with events\n\n", inSummary.CapturePath.c_str(),
-                                        inSummary.LengthMs / 1000.0, static_cast<unsigned long long>(inSummary.Processes),
-                                        inSummary.Threads.size());
+    std::string text = Utility::gFormat("%s: %.3f s, %llu processes, %zu threads with events\n\n",
+                                        inSummary.Report.CapturePath.c_str(), inSummary.LengthMs / 1000.0,
+                                        static_cast<unsigned long long>(inSummary.Processes), inSummary.Threads.size());
     text += gFormatThreads(inSummary);
     text += "\nLongest bars\n" + gFormatLongestBars(inSummary);
-    return text + "\nHealth of the capture\n" + gFormatHealth(inSummary);
+    return text + "\nHealth of the capture\n" + gFormatReport(inSummary.Report) + gFormatUnresolved(inSummary);
 }
 
 std::string gFormatSummaryAsJSON(const Summary& inSummary)
 {
-    rapidjson::StringBuffer buffer;
-    JSONWriter writer(buffer);
-    writer.SetIndent(' ', sJSONIndent);
-    writer.StartObject();
-    gWriteMember(writer, "capture", inSummary.CapturePath);
-    gWriteMember(writer, "length_ms", inSummary.LengthMs);
-    gWriteMember(writer, "processes", inSummary.Processes);
-    gWriteThreads(writer, inSummary);
-    gWriteLongestBars(writer, inSummary);
-    gWriteHealth(writer, inSummary);
-    writer.EndObject();
-    return std::string(buffer.GetString(), buffer.GetSize()) + '\n';
+    return gFormatJSON(
+        [&inSummary](JSONWriter& ioWriter)
+        {
+            gWriteMember(ioWriter, "capture", inSummary.Report.CapturePath);
+            gWriteMember(ioWriter, "length_ms", inSummary.LengthMs);
+            gWriteMember(ioWriter, "processes", inSummary.Processes);
+            gWriteThreads(ioWriter, inSummary);
+            gWriteLongestBars(ioWriter, inSummary);
+            gWriteHealth(ioWriter, inSummary);
+        });
 }
 
 } // namespace Host

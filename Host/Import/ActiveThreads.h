@@ -38,12 +38,12 @@ public:
         return found != mProcesses.end() ? found->second : 0;
     }
 
-    // Calls back with thread ID and pid of each thread with events.
+    // Calls back with the pid of each thread with events.
     template <class Callback>
-    void ForEach(const Callback& inCallback) const
+    void ForEachProcess(const Callback& inCallback) const
     {
         for (const auto& [threadID, processID] : mProcesses)
-            inCallback(static_cast<int32_t>(threadID), processID);
+            inCallback(processID);
     }
 
 private:

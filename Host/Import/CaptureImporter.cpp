@@ -1,10 +1,11 @@
 #include "Host/Import/CaptureImporter.h"
 
+#include "Host/Import/PerfRecordingGaps.h"
 #include "Host/Import/WaitReasons.h"
 #include "Host/Linux/LinuxPlatform.h"
 
 #include <algorithm>
-#include <limits>
+#include <utility>
 
 namespace Host
 {
@@ -18,9 +19,10 @@ constexpr double sMillisecondsPerSecond = 1e3;
 constexpr double sUnknownSampleIntervalMs = 1.0;
 constexpr int32_t sIdleThread = 0;
 constexpr int32_t sUnknownThread = -1;
+constexpr ThreadID sNoThread = -1; // of the session
 constexpr int sProgressSteps = 100;
-constexpr uint64_t sLowestMarker = static_cast<uint64_t>(-4095); // context markers of a callchain lie from here on
-constexpr uint32_t sMaxCpus = 65536;                             // records that name a higher one are damaged
+constexpr uint32_t sMaxCpus = 65536;             // records that name a higher one are damaged
+constexpr uint64_t sNanosecondsOfSwitch = 10000; // from its tracepoint to its end, at most
 
 constexpr uint8_t sStartedLater = 0;   // StartFlag
 constexpr uint8_t sExistedAtStart = 1; // StartFlag
@@ -43,11 +45,29 @@ double gGetSampleInterval(const PerfFile& inFile)
     return sUnknownSampleIntervalMs;
 }
 
+// Nanoseconds between two samples of a thread that runs. Only a clock ticks evenly; the maximum if there are no samples of one.
+uint64_t gGetClockInterval(const PerfFile& inFile, const PerfHealth& inHealth)
+{
+    constexpr uint64_t nanosecondsPerSecond = 1'000'000'000;
+    constexpr uint64_t shortestInterval = 10'000; // of the kernel, whatever was asked for
+    uint64_t interval = UINT64_MAX;
+    for (const PerfEvent& event : inFile.GetEvents())
+    {
+        const bool hasSamples = event.Index < inHealth.SamplesByEvent.size() && inHealth.SamplesByEvent[event.Index] != 0;
+        if (event.Kind != EPerfEventKind::Clock || event.PeriodOrFrequency == 0 || !hasSamples)
+            continue;
+        const uint64_t period = event.IsFrequency ? nanosecondsPerSecond / event.PeriodOrFrequency : event.PeriodOrFrequency;
+        interval = std::min(interval, std::max(period, shortestInterval));
+    }
+    return interval;
+}
+
 } // namespace
 
-CaptureImporter::CaptureImporter(const PerfFile& inFile, Session& ioSession, SymbolCache& ioSymbols)
+CaptureImporter::CaptureImporter(const PerfFile& inFile, Session& ioSession, SymbolCache& ioSymbols, ImportFilter inFilter)
     : mFile(inFile),
       mSession(ioSession),
+      mFilter(std::move(inFilter)),
       mStream(inFile),
       mSymbols(ioSymbols)
 {
@@ -58,7 +78,7 @@ CaptureImporter::CaptureImporter(const PerfFile& inFile, Session& ioSession, Sym
 bool CaptureImporter::Prepare(Utility::ErrorState& ioErrors)
 {
     mTracepoints.Load(mFile, mWarnings);
-    mUsesWaking = mTracepoints.Has(ETracepoint::SchedWaking);
+    mUsesWaking = mTracepoints.CanDecode(ETracepoint::SchedWaking);
     mStream.Scan(mFileHealth,
                  [this](const PerfRecord& inRecord)
                  {
@@ -71,16 +91,44 @@ bool CaptureImporter::Prepare(Utility::ErrorState& ioErrors)
                         mFile.GetPath().c_str()))
         return false;
 
-    mHasSwitches = mTracepoints.Has(ETracepoint::SchedSwitch) || mFileHealth.GetRecordCount(EPerfRecordType::Switch) != 0 ||
+    mHasSwitches = mTracepoints.CanDecode(ETracepoint::SchedSwitch) || mFileHealth.GetRecordCount(EPerfRecordType::Switch) != 0 ||
                    mFileHealth.GetRecordCount(EPerfRecordType::SwitchCpuWide) != 0;
+    mClockInterval = gGetClockInterval(mFile, mFileHealth);
+    const std::vector<PerfGap> gaps = gFindRecordingGaps(mFile, mTracepoints, mFileHealth);
+    mKnowsAllThreads =
+        std::none_of(gaps.begin(), gaps.end(), [](const PerfGap& inGap) { return inGap.Kind == EPerfGap::OnlySomeThreads; });
     mTimeline.Build(mFile.GetBuildIDs());
     mHealth.MappingsLeftOut = mTimeline.GetNumMappingsLeftOut();
-    mBuilder = std::make_unique<SessionBuilder>(mSession, mTimeline, mSymbols, mFileHealth.FirstTime);
+    SetTimeRange();
+    mBuilder = std::make_unique<SessionBuilder>(mSession, mTimeline, mSymbols, mRangeStart, mRangeEnd);
     SetSessionInfo();
-    mBuilder->AddProcesses(mActive);
+    mBuilder->AddProcesses(mActive, mFilter);
+    if (!CheckProcesses(ioErrors))
+        return false;
     mBuilder->AddModules(mFile);
     mSession.GetCallstackTrie().InitializeCallstacks();
     return true;
+}
+
+// A range that begins behind the capture's end is empty, at its end.
+void CaptureImporter::SetTimeRange()
+{
+    const auto toTime = [this](double inMs)
+    {
+        const double length = static_cast<double>(mFileHealth.LastTime - mFileHealth.FirstTime);
+        return mFileHealth.FirstTime + static_cast<uint64_t>(std::min(inMs * sNanosecondsPerMillisecond, length));
+    };
+    mRangeStart = toTime(mFilter.StartMs);
+    mRangeEnd = toTime(mFilter.EndMs);
+}
+
+bool CaptureImporter::CheckProcesses(Utility::ErrorState& ioErrors) const
+{
+    std::string names;
+    for (const std::string& process : mFilter.Processes)
+        names += (names.empty() ? "" : ", ") + process;
+    return Utility::Check(ioErrors, names.empty() || !mSession.GetProcessList().empty(), 0, "%s: no process %s has events in it",
+                          mFile.GetPath(), names);
 }
 
 void CaptureImporter::SetSessionInfo()
@@ -88,7 +136,7 @@ void CaptureImporter::SetSessionInfo()
     SessionInfo& info = mSession.GetSessionInfo();
     info.SampleIntervalMs = gGetSampleInterval(mFile);
     info.SessionStartTimeMs = 0.0;
-    info.SessionEndTimeMs = mBuilder->ToMs(mFileHealth.LastTime);
+    info.SessionEndTimeMs = mBuilder->ToMs(mRangeEnd);
     info.PlatformID = sLinuxPlatformID;
 }
 
@@ -101,8 +149,10 @@ bool CaptureImporter::Run(ITraceEventSink& ioSink, const ProgressFunction& inPro
     const uint64_t progressStep = mStream.GetTotalBytes() / sProgressSteps + 1;
     uint64_t nextProgress = progressStep;
     PerfRecord record;
-    while (mStream.Next(record))
+    const bool isCut = mFilter.StartMs > 0.0;
+    while (mStream.Next(record) && record.Time <= mRangeEnd)
     {
+        mIsInRange = !isCut || record.Time >= mRangeStart;
         if (!HandleRecord(record))
             return false;
         if (mStream.GetPassedBytes() >= nextProgress) [[unlikely]]
@@ -112,6 +162,7 @@ bool CaptureImporter::Run(ITraceEventSink& ioSink, const ProgressFunction& inPro
                 inProgress(static_cast<float>(mStream.GetPassedBytes()) / static_cast<float>(mStream.GetTotalBytes()));
         }
     }
+    mIsInRange = true;
     return EndThreads();
 }
 
@@ -144,9 +195,11 @@ bool CaptureImporter::HandleSample(const PerfRecord& inRecord)
         mFileHealth.CountSkip(skip);
         return true;
     }
-    const Moment moment = MakeMoment(inRecord.Time, sample.Cpu);
+    Moment moment = MakeMoment(inRecord.Time, sample.Cpu);
+    if (inRecord.Event->Kind == EPerfEventKind::Clock || !mKnowsAllThreads)
+        moment.LongestUnseen = mClockInterval;
     if (inRecord.Event->IsExecutionSample())
-        return HandleExecutionSample(sample, moment);
+        return HandleExecutionSample(*inRecord.Event, sample, moment);
     const ETracepoint kind = mTracepoints.GetKind(*inRecord.Event);
     switch (kind)
     {
@@ -164,22 +217,41 @@ bool CaptureImporter::HandleSample(const PerfRecord& inRecord)
     }
 }
 
-bool CaptureImporter::HandleExecutionSample(const PerfSample& inSample, const Moment& inMoment)
+bool CaptureImporter::HandleExecutionSample(const PerfEvent& inEvent, const PerfSample& inSample, const Moment& inMoment)
 {
-    if (inSample.ThreadID == sIdleThread)
-    {
-        ++mHealth.IdleSamples;
-        return true;
-    }
     if (inSample.ThreadID < 0)
     {
         ++mHealth.SamplesWithoutThread;
         return true;
     }
+    if (IsAmidSwitch(inEvent, inSample, inMoment))
+    {
+        ++mHealth.SamplesAmidSwitch;
+        return true;
+    }
+    if (inSample.ThreadID == sIdleThread)
+    {
+        ++mHealth.IdleSamples;
+        return SeeOnProcessor(sIdleThread, inMoment);
+    }
     TrackedThread& thread = GetThread(inSample.ThreadID, inSample.ProcessID, inMoment.Time);
     if (!SeeRunning(thread, inMoment))
         return false;
+    if (!mIsInRange)
+        return true;
     return Emit(inMoment.Ms, thread, SampleEvent{InternStack(thread, inSample)});
+}
+
+// The tracepoint fires before the processor changes over, and a counter's interrupt can't be held off: it may still find the
+// thread whose switch-out was told already. What it saw belongs before the switch. The interrupt of a clock waits until the
+// switch is done.
+bool CaptureImporter::IsAmidSwitch(const PerfEvent& inEvent, const PerfSample& inSample, const Moment& inMoment)
+{
+    if (inEvent.Kind != EPerfEventKind::Hardware)
+        return false;
+    const Processor& processor = GetProcessor(inMoment.Cpu);
+    return inSample.ThreadID == processor.SwitchedOutID && inSample.ThreadID != processor.ThreadID &&
+           inMoment.Time - processor.LastSwitch <= sNanosecondsOfSwitch;
 }
 
 // The thread that is switched out is named by the tracepoint itself: a thread that is being taken down has no ID left in its
@@ -194,17 +266,20 @@ bool CaptureImporter::HandleSchedSwitch(const PerfRecord& inRecord, const PerfSa
         return true;
     }
 
-    if (contextSwitch.PreviousThreadID > 0 && IsOfCapture(contextSwitch.PreviousThreadID))
+    if (contextSwitch.PreviousThreadID > 0 && IsOfCapture(contextSwitch.PreviousThreadID, inMoment.Time))
     {
         TrackedThread& thread = GetThread(contextSwitch.PreviousThreadID, inSample.ProcessID, inMoment.Time);
         if (!SeeRunning(thread, inMoment) ||
-            !SwitchOut(thread, inMoment, gGetWaitReason(contextSwitch.PreviousState), InternStack(thread, inSample)))
+            !SwitchOut(thread, inMoment, gGetWaitReason(contextSwitch.PreviousState, thread.HasExited),
+                       InternStack(thread, inSample)))
             return false;
     }
-    GetProcessor(inMoment.Cpu) = {contextSwitch.NextThreadID, inMoment.Time};
-    if (contextSwitch.NextThreadID <= 0 || !IsOfCapture(contextSwitch.NextThreadID))
+    else if (!SeeOnProcessor(contextSwitch.PreviousThreadID, inMoment))
+        return false;
+    GetProcessor(inMoment.Cpu) = {contextSwitch.NextThreadID, contextSwitch.PreviousThreadID, inMoment.Time};
+    if (contextSwitch.NextThreadID <= 0 || !IsOfCapture(contextSwitch.NextThreadID, inMoment.Time))
         return true;
-    return SwitchIn(GetThread(contextSwitch.NextThreadID, sUnknownThread, inMoment.Time), inMoment);
+    return SwitchInTold(GetThread(contextSwitch.NextThreadID, sUnknownThread, inMoment.Time), inMoment);
 }
 
 bool CaptureImporter::HandleWakeup(const PerfRecord& inRecord, const PerfSample& inSample, const Moment& inMoment,
@@ -235,26 +310,34 @@ bool CaptureImporter::HandleWakeup(const PerfRecord& inRecord, const PerfSample&
         sleeper.State = ERunState::Waiting;
     if (sleeper.State == ERunState::Waiting)
         sleeper.LastTime = inMoment.Time;
-    const TrackedThread readied = sleeper; // a copy: the waker may be a new thread, which moves the others
-    return SendWakeup(readied, inSample, inMoment);
+    if (!EnterThread(sleeper, inMoment.Ms))
+        return false;
+    return SendWakeup(sleeper.SessionProcess, sleeper.SessionThread, inSample, inMoment);
 }
 
-bool CaptureImporter::SendWakeup(const TrackedThread& inReadied, const PerfSample& inSample, const Moment& inMoment)
+bool CaptureImporter::SendWakeup(ProcessID inReadiedProcess, ThreadID inReadiedThread, const PerfSample& inSample,
+                                 const Moment& inMoment)
 {
-    if (inSample.ThreadID > 0)
+    const bool isByThread = inSample.ThreadID > 0;
+    if (isByThread)
     {
         TrackedThread& waker = GetThread(inSample.ThreadID, inSample.ProcessID, inMoment.Time);
         if (!SeeRunning(waker, inMoment))
             return false;
-        return Emit(inMoment.Ms, waker,
-                    ReadyThreadEvent{InternStack(waker, inSample), inReadied.SessionProcess, inReadied.SessionThread});
+        if (!mIsInRange)
+            return true;
+        if (waker.IsCaptured)
+            return Emit(inMoment.Ms, waker, ReadyThreadEvent{InternStack(waker, inSample), inReadiedProcess, inReadiedThread});
     }
-    // An idle processor's interrupt did it: nobody's thread. The event goes with the readied process, so that it isn't dropped as
-    // one of a process that isn't captured.
-    TrackedThread nobody;
-    nobody.SessionProcess = inReadied.SessionProcess;
-    return Emit(inMoment.Ms, nobody,
-                ReadyThreadEvent{InternStack(nobody, inSample), inReadied.SessionProcess, inReadied.SessionThread});
+    // A thread that the session doesn't know did it, or an idle processor's interrupt: nobody's thread. The event goes with the
+    // readied process, so that it isn't dropped as one of a process that isn't captured. Frames of another process would be taken
+    // for the readied one's.
+    if (!mIsInRange || mSession.GetProcess(inReadiedProcess) == nullptr)
+        return true;
+    const TrackedThread nobody;
+    const CallstackKey stack = isByThread ? sNoCallstack : InternStack(nobody, inSample);
+    mEvent.Reuse<ReadyThreadEvent>(inMoment.Ms, inReadiedProcess, sNoThread) = {stack, inReadiedProcess, inReadiedThread};
+    return Send();
 }
 
 // Where tracepoints tell of switches too, they come first, with more to say; these records then only fill what the tracepoints
@@ -297,6 +380,9 @@ bool CaptureImporter::HandleComm(const PerfRecord& inRecord)
         return Emit(mBuilder->ToMs(inRecord.Time), *thread,
                     ThreadStartEvent{inRecord.Time == 0 ? sExistedAtStart : sStartedLater, 0});
     }
+    thread->LastTime = std::max(thread->LastTime, inRecord.Time);
+    if (thread->SessionThread == sNoThread)
+        thread->Name = comm.Name;
     return Emit(mBuilder->ToMs(inRecord.Time), *thread, ThreadNameEvent{std::string(comm.Name)});
 }
 
@@ -309,16 +395,15 @@ bool CaptureImporter::HandleFork(const PerfRecord& inRecord)
     // perf writes down running threads while new ones are already being recorded, so one can be told of twice.
     if (known != nullptr && !known->HasExited && known->State == ERunState::Unknown)
         return true;
-    if (known != nullptr && !known->HasExited &&
-        !EndThread(*mThreads.Find(task.ThreadID), mBuilder->ToMs(inRecord.Time), sEndedEarlier))
+    if (known != nullptr && !known->HasExited && !EndThread(*mThreads.Find(task.ThreadID), inRecord.Time, sEndedEarlier))
         return false;
 
     // A thread begins under the name of the one that made it.
     const TrackedThread* parent = mThreads.Find(task.ParentThreadID);
     std::string name;
-    if (parent != nullptr && parent->IsCaptured)
-        name = mSession.GetValidThread(parent->SessionThread).ThreadName;
-    const TrackedThread thread = AddThread(task.ThreadID, task.ProcessID, name, inRecord.Time);
+    if (parent != nullptr)
+        name = parent->SessionThread != sNoThread ? mSession.GetValidThread(parent->SessionThread).ThreadName : parent->Name;
+    TrackedThread& thread = AddThread(task.ThreadID, task.ProcessID, name, inRecord.Time);
     return Emit(mBuilder->ToMs(inRecord.Time), thread, ThreadStartEvent{sStartedLater, 0});
 }
 
@@ -330,10 +415,10 @@ bool CaptureImporter::HandleExit(const PerfRecord& inRecord)
     TrackedThread* thread = mThreads.Find(task.ThreadID);
     if (thread == nullptr || thread->HasExited)
         return true;
-    return EndThread(*thread, mBuilder->ToMs(inRecord.Time), sEndedEarlier);
+    return EndThread(*thread, inRecord.Time, sEndedEarlier);
 }
 
-// Tells what an EXIT record tells; it counts where that one is missing.
+// Comes a little ahead of the EXIT record, which tells the same; it counts where that one is missing.
 bool CaptureImporter::HandleProcessExit(const PerfRecord& inRecord, const PerfSample& inSample, const Moment& inMoment)
 {
     SchedProcessExit processExit;
@@ -344,24 +429,25 @@ bool CaptureImporter::HandleProcessExit(const PerfRecord& inRecord, const PerfSa
         return true;
     }
     TrackedThread* thread = mThreads.Find(processExit.ThreadID);
-    if (thread == nullptr || thread->HasExited)
+    if (thread == nullptr || thread->HasExited || mTimeline.HasExitFrom(processExit.ThreadID, inMoment.Time))
         return true;
-    return EndThread(*thread, inMoment.Ms, sEndedEarlier);
+    return EndThread(*thread, inMoment.Time, sEndedEarlier);
 }
 
 // --- Threads ---
 
 // A thread that ends by itself is still there for its last switch, which closes it.
-bool CaptureImporter::EndThread(TrackedThread& ioThread, double inMs, uint8_t inEndFlag)
+bool CaptureImporter::EndThread(TrackedThread& ioThread, uint64_t inTime, uint8_t inEndFlag)
 {
     ioThread.HasExited = true;
-    return Emit(inMs, ioThread, ThreadEndEvent{inEndFlag});
+    ioThread.LastTime = std::max(ioThread.LastTime, inTime);
+    return Emit(mBuilder->ToMs(inTime), ioThread, ThreadEndEvent{inEndFlag});
 }
 
 bool CaptureImporter::EndThreads()
 {
     for (TrackedThread& thread : mThreads.GetAll())
-        if (!thread.HasExited && !EndThread(thread, mSession.GetSessionInfo().SessionEndTimeMs, sAliveAtEnd))
+        if (!thread.HasExited && !EndThread(thread, mRangeEnd, sAliveAtEnd))
             return false;
     return true;
 }
@@ -378,19 +464,24 @@ bool CaptureImporter::SwitchIn(TrackedThread& ioThread, const Moment& inMoment)
 {
     ioThread.Cpu = inMoment.Cpu;
     ioThread.LastTime = inMoment.Time;
-    if (ioThread.State == ERunState::Running)
-    {
-        ++mHealth.RepeatedSwitches;
-        return true;
-    }
     ioThread.State = ERunState::Running;
     return Emit(inMoment.Ms, ioThread, ContextSwitchInEvent{ioThread.SwitchOutStack});
+}
+
+// A tracepoint tells of the switch-in. If the thread counts as running, here or elsewhere, the switch that took it off was
+// missed.
+bool CaptureImporter::SwitchInTold(TrackedThread& ioThread, const Moment& inMoment)
+{
+    if (ioThread.State == ERunState::Running && !SwitchOutMissed(ioThread, ioThread.LastTime, sWaitPreempted))
+        return false;
+    return SwitchIn(ioThread, inMoment);
 }
 
 // The thread has an event of its own, so it runs. If it counts as waiting, the switch that brought it in was missed.
 bool CaptureImporter::SeeRunning(TrackedThread& ioThread, const Moment& inMoment)
 {
-    if (ioThread.State == ERunState::Waiting && !SwitchInMissed(ioThread, inMoment))
+    const bool isMissed = ioThread.State == ERunState::Waiting;
+    if (!(isMissed ? SwitchInMissed(ioThread, inMoment) : SeeOnProcessor(ioThread.ThreadID, inMoment)))
         return false;
     ioThread.State = ERunState::Running;
     ioThread.Cpu = inMoment.Cpu;
@@ -398,30 +489,55 @@ bool CaptureImporter::SeeRunning(TrackedThread& ioThread, const Moment& inMoment
     return true;
 }
 
+// A clock samples a thread that runs once per interval, so that one that is seen can't have run for longer unseen. Without that a
+// capture of some processes would lose its waits: clock samples there don't name their processor, and what other threads ran on
+// it in between wasn't recorded. Where all switches are, the processor's last one tells more, unless it is the clock that sees
+// the thread.
 bool CaptureImporter::SwitchInMissed(TrackedThread& ioThread, const Moment& inMoment)
 {
-    Processor& processor = GetProcessor(inMoment.Cpu);
-    uint64_t time = std::max(processor.LastSwitch, ioThread.LastTime);
-
-    // Another thread was said to run here; it did until it was last seen.
-    TrackedThread* other = processor.ThreadID > 0 ? mThreads.Find(processor.ThreadID) : nullptr;
-    if (other != nullptr && other != &ioThread && other->State == ERunState::Running && other->Cpu == inMoment.Cpu)
-    {
-        time = std::max(time, other->LastTime);
-        ++mHealth.MissedSwitchOuts;
-        if (!SwitchOut(*other, MakeMoment(time, inMoment.Cpu), sWaitPreempted, sNoCallstack))
-            return false;
-    }
-    processor = {ioThread.ThreadID, time};
+    const uint64_t earliest = inMoment.Time - std::min(inMoment.Time, inMoment.LongestUnseen);
+    uint64_t time = std::max({GetProcessor(inMoment.Cpu).LastSwitch, ioThread.LastTime, earliest});
+    if (!SwitchOutOther(ioThread.ThreadID, inMoment, time))
+        return false;
+    GetProcessor(inMoment.Cpu) = {ioThread.ThreadID, sUnknownThread, time};
     ++mHealth.MissedSwitchIns;
     return SwitchIn(ioThread, MakeMoment(std::min(time, inMoment.Time), inMoment.Cpu));
 }
 
+// Why it gave way isn't known. What a processor leaves for another thread was mostly still runnable.
+bool CaptureImporter::SwitchOutMissed(TrackedThread& ioThread, uint64_t inTime, uint8_t inWaitReason)
+{
+    ++mHealth.MissedSwitchOuts;
+    return SwitchOut(ioThread, MakeMoment(inTime, ioThread.Cpu), ioThread.HasExited ? sWaitTerminated : inWaitReason,
+                     sNoCallstack);
+}
+
+// The processor runs this thread. If it was said to run another one, that one did until it was last seen, or until ioTime, if
+// that is later; ioTime becomes when it stopped. A processor falls idle only when nothing is runnable, so the other one then
+// waits.
+bool CaptureImporter::SwitchOutOther(int32_t inThreadID, const Moment& inMoment, uint64_t& ioTime)
+{
+    Processor& processor = GetProcessor(inMoment.Cpu);
+    if (processor.ThreadID == sUnknownThread || processor.ThreadID == inThreadID)
+        return true;
+    TrackedThread* other = mThreads.Find(std::exchange(processor.ThreadID, inThreadID));
+    if (other == nullptr || other->State != ERunState::Running || other->Cpu != inMoment.Cpu)
+        return true;
+    ioTime = std::max(ioTime, other->LastTime);
+    return SwitchOutMissed(*other, ioTime, inThreadID == sIdleThread ? sWaitForThread : sWaitPreempted);
+}
+
+bool CaptureImporter::SeeOnProcessor(int32_t inThreadID, const Moment& inMoment)
+{
+    uint64_t time = GetProcessor(inMoment.Cpu).LastSwitch;
+    return SwitchOutOther(inThreadID, inMoment, time);
+}
+
 // A capture of some processes names the threads that come after theirs on a processor, and nothing else of them.
-bool CaptureImporter::IsOfCapture(int32_t inThreadID)
+bool CaptureImporter::IsOfCapture(int32_t inThreadID, uint64_t inTime)
 {
     return mThreads.Find(inThreadID) != nullptr || mActive.FindProcess(inThreadID) != 0 ||
-           mTimeline.FindProcessOfThread(inThreadID) != 0;
+           mTimeline.FindProcessOfThread(inThreadID, inTime) != 0;
 }
 
 TrackedThread& CaptureImporter::GetThread(int32_t inThreadID, int32_t inToldProcessID, uint64_t inTime)
@@ -429,8 +545,8 @@ TrackedThread& CaptureImporter::GetThread(int32_t inThreadID, int32_t inToldProc
     if (TrackedThread* thread = mThreads.Find(inThreadID)) [[likely]]
         return *thread;
     ++mHealth.UnnamedThreads;
-    const int32_t told = inToldProcessID > 0 ? inToldProcessID : mActive.FindProcess(inThreadID);
-    return AddThread(inThreadID, mBuilder->GetProcessOf(inThreadID, told), std::string(), inTime);
+    const int32_t process = mBuilder->GetProcessOf(inThreadID, inToldProcessID, mActive.FindProcess(inThreadID), inTime);
+    return AddThread(inThreadID, process, std::string(), inTime);
 }
 
 TrackedThread& CaptureImporter::AddThread(int32_t inThreadID, int32_t inProcessID, const std::string& inName, uint64_t inTime)
@@ -441,12 +557,24 @@ TrackedThread& CaptureImporter::AddThread(int32_t inThreadID, int32_t inProcessI
     TrackedThread thread;
     thread.ThreadID = inThreadID;
     thread.ProcessID = inProcessID;
+    thread.LastTime = inTime;
+    thread.StartTime = inTime;
+    thread.Name = inName;
     thread.SessionProcess = mBuilder->GetProcessID(instance);
     thread.IsCaptured = mSession.GetProcess(thread.SessionProcess) != nullptr;
-    if (thread.IsCaptured)
-        thread.SessionThread =
-            mSession.AddThread(thread.SessionProcess, inThreadID, inName, mBuilder->ToMs(inTime), 0.0).ThreadID;
     return mThreads.Add(thread);
+}
+
+// Threads that leave no event in the range aren't the session's. One that began before the range existed when it began.
+bool CaptureImporter::EnterThread(TrackedThread& ioThread, double inMs)
+{
+    if (!mIsInRange || !ioThread.IsCaptured || ioThread.SessionThread != sNoThread)
+        return true;
+    ioThread.SessionThread =
+        mSession.AddThread(ioThread.SessionProcess, ioThread.ThreadID, ioThread.Name, mBuilder->ToMs(ioThread.StartTime), 0.0)
+            .ThreadID;
+    const bool isStartCut = mFilter.StartMs > 0.0 && ioThread.StartTime < mRangeStart;
+    return !isStartCut || Emit(inMs, ioThread, ThreadStartEvent{sExistedAtStart, 0});
 }
 
 CaptureImporter::Processor& CaptureImporter::GetProcessor(int32_t inCpu)
@@ -461,30 +589,28 @@ CaptureImporter::Processor& CaptureImporter::GetProcessor(int32_t inCpu)
 // --- Events ---
 
 // A callchain is innermost first, the kernel's frames before the user's, with markers in between; turned around and without the
-// markers it is one stack, outermost frame first. Addresses that can't be code, which stacks without frame pointers end in, are
-// left out.
+// markers it is one stack, outermost frame first. Values that can't be code, which stacks without frame pointers end in, are left
+// out.
 CallstackKey CaptureImporter::InternStack(const TrackedThread& inThread, const PerfSample& inSample)
 {
     mStack.clear();
     for (uint32_t i = inSample.Callchain.GetCount(); i-- > 0;)
-    {
-        const uint64_t address = inSample.Callchain[i];
-        const bool isAddress = address < sLowestMarker ? address != 0 : gGetContext(address) == EPerfContext::None;
-        if (isAddress && address != sMissingFramesMarker)
-            mStack.push_back(address);
-    }
-    if (mStack.empty() && inSample.InstructionPointer != 0)
+        if (gIsCodeAddress(inSample.Callchain[i]))
+            mStack.push_back(inSample.Callchain[i]);
+    if (mStack.empty() && gIsCodeAddress(inSample.InstructionPointer))
         mStack.push_back(inSample.InstructionPointer);
     return mStack.empty() ? sNoCallstack : mSession.GetCallstackTrie().AddCallstack(inThread.SessionThread, mStack);
 }
 
 template <class Payload>
-bool CaptureImporter::Emit(double inMs, const TrackedThread& inThread, const Payload& inPayload)
+bool CaptureImporter::Emit(double inMs, TrackedThread& ioThread, const Payload& inPayload)
 {
     // Threads of other processes have no timeline, and no event of theirs would reach one.
-    if (inThread.ThreadID != 0 && !inThread.IsCaptured)
+    if (!mIsInRange || !ioThread.IsCaptured)
         return true;
-    mEvent.Reuse<Payload>(inMs, inThread.SessionProcess, inThread.SessionThread) = inPayload;
+    if (ioThread.SessionThread == sNoThread && !EnterThread(ioThread, inMs))
+        return false;
+    mEvent.Reuse<Payload>(inMs, ioThread.SessionProcess, ioThread.SessionThread) = inPayload;
     return Send();
 }
 

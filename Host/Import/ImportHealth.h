@@ -17,9 +17,10 @@ struct ImportHealth
     uint64_t IdleSamples = 0;       // taken while a processor had nothing to do; the idle threads aren't threads of the capture
     uint64_t OtherEventSamples = 0; // of events that say nothing about where a thread executed
     uint64_t SamplesWithoutThread = 0; // of a thread that was already being taken down
+    uint64_t SamplesAmidSwitch = 0;    // of a thread whose switch-out was told already, by the processor that was still on it
     uint64_t RepeatedSwitches = 0;     // told by a tracepoint and a record of its own; one of them counts
     uint64_t MissedSwitchIns = 0;      // a thread ran without having been switched in: the kernel's tracepoint missed it
-    uint64_t MissedSwitchOuts = 0;     // another thread ran where this one was said to run
+    uint64_t MissedSwitchOuts = 0;     // another thread ran where this one was said to run, or it was switched in a second time
     uint64_t RepeatedWakeups = 0;      // sched_wakeup where sched_waking has told of it
     uint64_t UnknownWakeups = 0;       // of threads that nothing else tells of
     uint64_t UnnamedThreads = 0;       // threads with events that no record introduced

@@ -45,10 +45,10 @@ struct PerfRecordLayout
 enum class EPerfEventKind : uint8_t
 {
     Clock,      // software clock: cpu-clock, task-clock
-    Hardware,   // cycles and other counters of the processor: their samples are samples as those of a clock
+    Hardware,   // the processor's cycles: their samples say where a thread was executing, as those of a clock
     Tracepoint, // see Tracepoints
     Dummy,      // records nothing of its own; carries side-band records
-    Other       // page faults, breakpoints, probes, ...
+    Other       // the processor's other counters, page faults, breakpoints, probes, ...
 };
 
 struct PerfEvent

@@ -39,14 +39,26 @@ std::string gMakeName(uint32_t inType, uint64_t inConfig)
     return Utility::gFormat("event type %u config 0x%" PRIx64, inType, inConfig);
 }
 
+// By the name that perf was told, "cycles:u" or "cpu_core/cycles/".
+bool gNamesCycles(std::string_view inName)
+{
+    constexpr std::string_view cycles[] = {"cycles", "cpu-cycles", "cpu_cycles", "ref-cycles", "cpu_clk_unhalted"};
+    const size_t slash = inName.find('/');
+    const std::string_view event = slash != std::string_view::npos ? inName.substr(slash + 1) : inName;
+    return std::any_of(std::begin(cycles), std::end(cycles),
+                       [event](std::string_view inCycles) { return event.starts_with(inCycles); });
+}
+
+// Cache misses, branches and the like happen where they happen: how many there are says nothing about the time spent.
 EPerfEventKind gClassify(const PerfEvent& inEvent)
 {
+    constexpr uint64_t hardwareEvent = 0xFFFFFFFF; // above: the kind of core, where there are several
+    const uint64_t hardware = inEvent.Config & hardwareEvent;
     switch (inEvent.Type)
     {
     case PERF_TYPE_HARDWARE:
-    case PERF_TYPE_HW_CACHE:
-    case PERF_TYPE_RAW:
-        return EPerfEventKind::Hardware;
+        return hardware == PERF_COUNT_HW_CPU_CYCLES || hardware == PERF_COUNT_HW_REF_CPU_CYCLES ? EPerfEventKind::Hardware
+                                                                                                : EPerfEventKind::Other;
     case PERF_TYPE_TRACEPOINT:
         return EPerfEventKind::Tracepoint;
     case PERF_TYPE_SOFTWARE:
@@ -54,9 +66,15 @@ EPerfEventKind gClassify(const PerfEvent& inEvent)
             return EPerfEventKind::Clock;
         return inEvent.Config == PERF_COUNT_SW_DUMMY ? EPerfEventKind::Dummy : EPerfEventKind::Other;
     default:
-        // Counters of a particular kind of core have a type of their own; only their name tells what they count.
-        return inEvent.Name.find("cycles") != std::string::npos ? EPerfEventKind::Hardware : EPerfEventKind::Other;
+        // Only the name tells what is counted, also by a particular kind of core, which has a type of its own.
+        return gNamesCycles(inEvent.Name) ? EPerfEventKind::Hardware : EPerfEventKind::Other;
     }
+}
+
+// True for counters of the processor, whatever they count.
+bool gIsCounter(const PerfEvent& inEvent)
+{
+    return inEvent.Type != PERF_TYPE_SOFTWARE && inEvent.Type != PERF_TYPE_TRACEPOINT && inEvent.Type != PERF_TYPE_BREAKPOINT;
 }
 
 } // namespace
@@ -74,8 +92,11 @@ public:
 
     [[nodiscard]] bool Read()
     {
-        return ReadHeader() && ReadAttributes() && CheckFields() && FindIdentifiers() && BuildIDTable() && LocateRecords() &&
-               ReadFeatures() && Decompress();
+        if (!ReadHeader() || !ReadAttributes() || !CheckFields() || !FindIdentifiers() || !BuildIDTable() || !LocateRecords() ||
+            !ReadFeatures())
+            return false;
+        ClassifyEvents();
+        return Decompress();
     }
 
 private:
@@ -120,6 +141,7 @@ private:
     [[nodiscard]] bool ReadFeatures();
     [[nodiscard]] bool ReadFeature(uint32_t inFeature, const PerfFileSection& inSection);
     void NameEvents();
+    void ClassifyEvents();
     [[nodiscard]] bool Decompress();
 
     // Offset of an event's entry among the attributes.
@@ -410,10 +432,32 @@ void PerfFileReader::NameEvents()
     }
 }
 
+// A capture without clock and cycles isn't left empty if there is one counter that can stand in for them.
+void PerfFileReader::ClassifyEvents()
+{
+    PerfEvent* counter = nullptr;
+    size_t numCounters = 0;
+    bool hasExecutionSamples = false;
+    for (PerfEvent& event : mFile.mEvents)
+    {
+        event.Kind = gClassify(event);
+        hasExecutionSamples |= event.IsExecutionSample();
+        if (event.PeriodOrFrequency == 0 || !gIsCounter(event))
+            continue;
+        counter = &event;
+        ++numCounters;
+    }
+    if (hasExecutionSamples || numCounters != 1)
+        return;
+    counter->Kind = EPerfEventKind::Hardware;
+    Warn(GetAttributeOffset(*counter),
+         Utility::gFormat("neither a clock nor cycles were recorded; the samples of %s stand in for them, which show where that "
+                          "happened, not where time was spent",
+                          counter->Name.c_str()));
+}
+
 bool PerfFileReader::Decompress()
 {
-    for (PerfEvent& event : mFile.mEvents)
-        event.Kind = gClassify(event);
     // Where perf didn't come to write which features there are, only the records themselves can tell.
     mFile.mIsCompressed = HasFeature(EPerfFeature::Compressed) || (!mKnowsFeatures && gHasCompressedRecords(mFile.mRecords));
     if (!mFile.mIsCompressed)

@@ -169,27 +169,6 @@ uint64_t gGetBytesBehind(const uint8_t* inRecord, size_t inSize)
     return 0;
 }
 
-EPerfContext gGetContext(uint64_t inCallchainValue)
-{
-    switch (inCallchainValue)
-    {
-    case PERF_CONTEXT_HV:
-        return EPerfContext::Hypervisor;
-    case PERF_CONTEXT_KERNEL:
-        return EPerfContext::Kernel;
-    case PERF_CONTEXT_USER:
-        return EPerfContext::User;
-    case PERF_CONTEXT_GUEST:
-        return EPerfContext::GuestHypervisor;
-    case PERF_CONTEXT_GUEST_KERNEL:
-        return EPerfContext::GuestKernel;
-    case PERF_CONTEXT_GUEST_USER:
-        return EPerfContext::GuestUser;
-    default:
-        return EPerfContext::None;
-    }
-}
-
 EPerfSkip gDecodeSample(const PerfRecord& inRecord, PerfSample& outSample)
 {
     const PerfEvent& event = *inRecord.Event;

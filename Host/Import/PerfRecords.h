@@ -99,19 +99,13 @@ private:
     uint32_t mCount = 0;
 };
 
-// Values in a callchain that tell whose frames follow. Only these exact values are markers: stacks without frame pointers hold
-// other values just as large.
-enum class EPerfContext : uint8_t
+// False for values of a callchain that code can't lie at: zero, and all in the last 4096 bytes. There are the markers that tell
+// whose frames follow, and what stacks without frame pointers hold of error codes and small negative numbers.
+[[nodiscard]] constexpr bool gIsCodeAddress(uint64_t inCallchainValue)
 {
-    None, // an address
-    Hypervisor,
-    Kernel,
-    User,
-    GuestHypervisor, // a guest without saying whose frames
-    GuestKernel,
-    GuestUser
-};
-[[nodiscard]] EPerfContext gGetContext(uint64_t inCallchainValue);
+    constexpr uint64_t firstMarker = 0 - uint64_t{4096};
+    return inCallchainValue != 0 && inCallchainValue < firstMarker;
+}
 
 inline constexpr int32_t sNoCpu = -1;
 

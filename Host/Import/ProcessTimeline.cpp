@@ -1,6 +1,7 @@
 #include "Host/Import/ProcessTimeline.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace Host
@@ -21,6 +22,12 @@ bool gIsAnonymous(std::string_view inPath)
            inPath.starts_with("/dev/zero") || inPath.starts_with("/SYSV") || inPath.starts_with("[anon");
 }
 
+// For a process that nothing names.
+std::string gMakeName(int32_t inProcessID)
+{
+    return ":" + std::to_string(inProcessID);
+}
+
 } // namespace
 
 void ProcessTimeline::Collect(const PerfRecord& inRecord, PerfHealth& ioHealth)
@@ -37,7 +44,6 @@ void ProcessTimeline::Collect(const PerfRecord& inRecord, PerfHealth& ioHealth)
         const EPerfSkip skip = gDecodeComm(inRecord, comm);
         if (skip != EPerfSkip::None)
             return ioHealth.CountSkip(skip);
-        mThreadProcesses[comm.ThreadID] = comm.ProcessID;
         mChanges.push_back({.Time = inRecord.Time,
                             .Kind = comm.IsExec ? EKind::Exec : EKind::Name,
                             .ProcessID = comm.ProcessID,
@@ -98,12 +104,14 @@ void ProcessTimeline::CollectTask(const PerfRecord& inRecord, PerfHealth& ioHeal
     const EPerfSkip skip = gDecodeTask(inRecord, task);
     if (skip != EPerfSkip::None)
         return ioHealth.CountSkip(skip);
-    mThreadProcesses[task.ThreadID] = task.ProcessID;
+    if (inRecord.Type == EPerfRecordType::Exit)
+        mLastExits[task.ThreadID] = std::max(mLastExits[task.ThreadID], inRecord.Time);
     mChanges.push_back({.Time = inRecord.Time,
                         .Kind = inRecord.Type == EPerfRecordType::Fork ? EKind::Fork : EKind::Exit,
                         .ProcessID = task.ProcessID,
                         .ThreadID = task.ThreadID,
                         .Parent = task.ParentProcessID,
+                        .ParentThread = task.ParentThreadID,
                         .ID = {}});
 }
 
@@ -124,26 +132,39 @@ void ProcessTimeline::Build(const std::vector<PerfBuildID>& inBuildIDs)
     std::stable_sort(mChanges.begin(), mChanges.end(),
                      [](const Change& inFirst, const Change& inSecond) { return inFirst.Time < inSecond.Time; });
     for (const Change& change : mChanges)
-    {
-        switch (change.Kind)
-        {
-        case EKind::Fork:
-            Fork(change);
-            break;
-        case EKind::Exit:
-            Exit(change);
-            break;
-        case EKind::Exec:
-        case EKind::Name:
-            Name(change);
-            break;
-        case EKind::Map:
-            Map(change);
-            break;
-        }
-    }
+        Replay(change);
+    for (ProcessInstance& instance : mInstances)
+        if (instance.Name.empty())
+            instance.Name = gMakeName(instance.ProcessID);
     mLive.clear();
     std::vector<Change>().swap(mChanges);
+}
+
+void ProcessTimeline::Replay(const Change& inChange)
+{
+    NoteThread(inChange);
+    switch (inChange.Kind)
+    {
+    case EKind::Fork:
+        return Fork(inChange);
+    case EKind::Exit:
+        return Exit(inChange);
+    case EKind::Exec:
+    case EKind::Name:
+        return Name(inChange);
+    case EKind::Map:
+        return Map(inChange);
+    }
+}
+
+// Mappings aren't asked: where perf wrote them down for a process that ran already, they stand under its main thread.
+void ProcessTimeline::NoteThread(const Change& inChange)
+{
+    if (inChange.Kind == EKind::Map)
+        return;
+    auto& processes = mThreadProcesses[inChange.ThreadID];
+    if (processes.empty() || processes.back().second != inChange.ProcessID)
+        processes.emplace_back(inChange.Time, inChange.ProcessID);
 }
 
 ProcessTimeline::LiveProcess& ProcessTimeline::GetLive(int32_t inProcessID, uint64_t inTime)
@@ -161,23 +182,28 @@ ProcessTimeline::LiveProcess& ProcessTimeline::GetLive(int32_t inProcessID, uint
     return place->second;
 }
 
+// A thread may be told of several times: by perf, which writes down what runs already while new ones are being recorded, and by
+// the kernel.
 void ProcessTimeline::Fork(const Change& inChange)
 {
-    if (inChange.ProcessID == inChange.Parent)
-    {
-        ++GetLive(inChange.ProcessID, inChange.Time).ThreadCount;
-        return;
-    }
+    if (inChange.ProcessID != inChange.Parent)
+        return ForkProcess(inChange);
+    LiveProcess& process = GetLive(inChange.ProcessID, inChange.Time);
+    process.Threads.insert({inChange.ParentThread, inChange.ThreadID});
+}
 
+void ProcessTimeline::ForkProcess(const Change& inChange)
+{
     const auto live = mLive.find(inChange.ProcessID);
     if (live != mLive.end())
     {
-        // perf writes down the processes that run while new ones are already being recorded, so one can be told of twice.
         ProcessInstance& instance = mInstances[live->second.Instance];
         if (instance.Start == 0)
         {
             instance.Start = inChange.Time;
             instance.ParentProcessID = inChange.Parent;
+            instance.IsKernelThread |= inChange.Parent == sKernelThreadParent && instance.Path.empty();
+            live->second.Threads.insert(inChange.ThreadID);
             return;
         }
         // The pid was reused, and the end of its former owner wasn't recorded.
@@ -186,30 +212,31 @@ void ProcessTimeline::Fork(const Change& inChange)
     }
 
     LiveProcess& child = GetLive(inChange.ProcessID, inChange.Time);
-    child.ThreadCount = 1;
+    child.Threads.insert(inChange.ThreadID);
     mInstances[child.Instance].ParentProcessID = inChange.Parent;
     mInstances[child.Instance].IsKernelThread |= inChange.Parent == sKernelThreadParent;
 
     const auto parent = mLive.find(inChange.Parent);
     if (parent == mLive.end())
         return;
-    if (mInstances[child.Instance].Name.empty())
-        mInstances[child.Instance].Name = mInstances[parent->second.Instance].Name;
-    if (inChange.Time == 0)
-        return; // processes that ran before have their own mappings written down
-    for (const uint32_t mapping : parent->second.Mappings)
+    mInstances[child.Instance].Name = mInstances[parent->second.Instance].Name;
+    if (inChange.Time != 0) // processes that ran before have their own mappings written down
+        Inherit(parent->second, child, inChange.Time);
+}
+
+void ProcessTimeline::Inherit(const LiveProcess& inParent, LiveProcess& ioChild, uint64_t inTime)
+{
+    if (mMappings.size() >= sMaxMappings)
     {
-        if (mMappings.size() >= sMaxMappings)
-        {
-            ++mMappingsLeftOut;
-            continue;
-        }
-        FileMapping copy = mMappings[mapping];
-        copy.Process = child.Instance;
-        copy.LoadTime = inChange.Time;
-        copy.UnloadTime = sNeverEnded;
-        child.Mappings.push_back(static_cast<uint32_t>(mMappings.size()));
-        mMappings.push_back(copy);
+        mMappingsLeftOut += inParent.Mappings.size();
+        return;
+    }
+    for (const auto& [begin, live] : inParent.Mappings)
+    {
+        FileMapping copy = mMappings[live.Index];
+        copy.Process = ioChild.Instance;
+        copy.LoadTime = inTime;
+        AddMapping(ioChild, begin, live.End, copy);
     }
 }
 
@@ -218,8 +245,10 @@ void ProcessTimeline::Exit(const Change& inChange)
     const auto live = mLive.find(inChange.ProcessID);
     if (live == mLive.end())
         return;
-    // A process lives until its last thread has ended. Threads that were never told of don't count.
-    if (--live->second.ThreadCount > 0)
+    // A process lives until the last thread that is known of it has ended. The end of one that was never told of says nothing
+    // about the others.
+    std::unordered_set<int32_t>& threads = live->second.Threads;
+    if (threads.erase(inChange.ThreadID) == 0 || !threads.empty())
         return;
     EndProcess(live->second, inChange.Time);
     mLive.erase(live);
@@ -227,16 +256,19 @@ void ProcessTimeline::Exit(const Change& inChange)
 
 void ProcessTimeline::Name(const Change& inChange)
 {
+    LiveProcess& process = GetLive(inChange.ProcessID, inChange.Time);
+    // A thread that begins a new program ends all others, and goes on under the main thread's ID.
+    if (inChange.Kind == EKind::Exec)
+        process.Threads.clear();
+    process.Threads.insert(inChange.ThreadID);
     if (inChange.ThreadID != inChange.ProcessID)
         return;
-    LiveProcess& process = GetLive(inChange.ProcessID, inChange.Time);
     ProcessInstance& instance = mInstances[process.Instance];
     instance.Name = mTexts[inChange.Text];
     if (inChange.Kind != EKind::Exec)
         return;
     // A new program: nothing of the old address space is left.
     UnloadMappings(process, inChange.Time);
-    process.HasExecuted = true;
     instance.IsKernelThread = false;
     instance.Path.clear();
 }
@@ -245,39 +277,61 @@ void ProcessTimeline::Map(const Change& inChange)
 {
     const std::string& path = mTexts[inChange.Text];
     LiveProcess& process = GetLive(inChange.ProcessID, inChange.Time);
-    const uint64_t end = inChange.Address + inChange.Length;
-
-    // What was mapped there before is gone, whether or not its end was recorded.
-    std::erase_if(process.Mappings,
-                  [&](uint32_t inMapping)
-                  {
-                      FileMapping& old = mMappings[inMapping];
-                      const bool overlaps = old.Begin < end && inChange.Address < old.End;
-                      if (overlaps)
-                          old.UnloadTime = inChange.Time;
-                      return overlaps;
-                  });
-    if (gIsAnonymous(path) || inChange.FileOffset > inChange.Address)
+    process.Threads.insert(inChange.ThreadID);
+    const bool isAnonymous = gIsAnonymous(path);
+    Cover(process, inChange, isAnonymous);
+    if (isAnonymous || inChange.FileOffset > inChange.Address)
         return;
-    if (mMappings.size() >= sMaxMappings)
-    {
-        ++mMappingsLeftOut;
+    const uint32_t file = GetFile(path, inChange.ID);
+    if (!AddMapping(process, inChange.Address, inChange.Address + inChange.Length,
+                    {.Process = process.Instance,
+                     .File = file,
+                     .ImageBase = inChange.Address - inChange.FileOffset,
+                     .LoadTime = inChange.Time}))
         return;
-    }
-
+    mFiles[file].Size = std::max(mFiles[file].Size, inChange.FileOffset + inChange.Length);
     ProcessInstance& instance = mInstances[process.Instance];
     instance.IsKernelThread = false;
     if (instance.Path.empty() && path.starts_with('/'))
         instance.Path = path;
-    const uint32_t file = GetFile(path, inChange.ID);
-    mFiles[file].Size = std::max(mFiles[file].Size, inChange.FileOffset + inChange.Length);
-    process.Mappings.push_back(static_cast<uint32_t>(mMappings.size()));
-    mMappings.push_back({.Process = process.Instance,
-                         .File = file,
-                         .ImageBase = inChange.Address - inChange.FileOffset,
-                         .Begin = inChange.Address,
-                         .End = end,
-                         .LoadTime = inChange.Time});
+}
+
+// Unloads what was mapped where something else is mapped now. That files are unmapped isn't recorded: one that another file
+// comes into has gone as a whole. Anonymous memory takes its own addresses out of a file and leaves the rest.
+void ProcessTimeline::Cover(LiveProcess& ioProcess, const Change& inChange, bool inKeepsRest)
+{
+    const uint64_t end = inChange.Address + inChange.Length;
+    auto next = ioProcess.Mappings.upper_bound(inChange.Address);
+    if (next != ioProcess.Mappings.begin() && std::prev(next)->second.End > inChange.Address)
+        --next;
+    while (next != ioProcess.Mappings.end() && next->first < end)
+    {
+        const auto [oldBegin, old] = *next;
+        next = ioProcess.Mappings.erase(next);
+        const bool keepsHead = inKeepsRest && oldBegin < inChange.Address;
+        const bool keepsTail = inKeepsRest && end < old.End;
+        if (keepsHead)
+            ioProcess.Mappings.emplace_hint(next, oldBegin, LiveMapping{inChange.Address, old.Index});
+        if (keepsHead && keepsTail)
+            AddMapping(ioProcess, end, old.End, FileMapping(mMappings[old.Index]));
+        else if (keepsTail)
+            ioProcess.Mappings.emplace_hint(next, end, old);
+        else if (!keepsHead)
+            mMappings[old.Index].UnloadTime = inChange.Time;
+    }
+}
+
+// False if there are too many to keep it.
+bool ProcessTimeline::AddMapping(LiveProcess& ioProcess, uint64_t inBegin, uint64_t inEnd, const FileMapping& inMapping)
+{
+    if (mMappings.size() >= sMaxMappings)
+    {
+        ++mMappingsLeftOut;
+        return false;
+    }
+    ioProcess.Mappings.emplace(inBegin, LiveMapping{inEnd, static_cast<uint32_t>(mMappings.size())});
+    mMappings.push_back(inMapping);
+    return true;
 }
 
 void ProcessTimeline::EndProcess(LiveProcess& ioProcess, uint64_t inTime)
@@ -288,8 +342,8 @@ void ProcessTimeline::EndProcess(LiveProcess& ioProcess, uint64_t inTime)
 
 void ProcessTimeline::UnloadMappings(LiveProcess& ioProcess, uint64_t inTime)
 {
-    for (const uint32_t mapping : ioProcess.Mappings)
-        mMappings[mapping].UnloadTime = inTime;
+    for (const auto& [begin, live] : ioProcess.Mappings)
+        mMappings[live.Index].UnloadTime = inTime;
     ioProcess.Mappings.clear();
 }
 
@@ -318,10 +372,22 @@ uint32_t ProcessTimeline::FindInstance(int32_t inProcessID, uint64_t inTime) con
     return later == instances.begin() ? instances.front() : *std::prev(later);
 }
 
-int32_t ProcessTimeline::FindProcessOfThread(int32_t inThreadID) const
+int32_t ProcessTimeline::FindProcessOfThread(int32_t inThreadID, uint64_t inTime) const
 {
     const auto found = mThreadProcesses.find(inThreadID);
-    return found != mThreadProcesses.end() ? found->second : 0;
+    if (found == mThreadProcesses.end())
+        return 0;
+    const auto& processes = found->second;
+    const auto later = std::upper_bound(processes.begin(), processes.end(), inTime,
+                                        [](uint64_t inValue, const auto& inSince) { return inValue < inSince.first; });
+    // A thread that ran before the capture is told of late if its end is all that was recorded.
+    return later == processes.begin() ? later->second : std::prev(later)->second;
+}
+
+bool ProcessTimeline::HasExitFrom(int32_t inThreadID, uint64_t inTime) const
+{
+    const auto found = mLastExits.find(inThreadID);
+    return found != mLastExits.end() && found->second >= inTime;
 }
 
 uint32_t ProcessTimeline::AddUnknownProcess(int32_t inProcessID)
@@ -329,7 +395,7 @@ uint32_t ProcessTimeline::AddUnknownProcess(int32_t inProcessID)
     const auto index = static_cast<uint32_t>(mInstances.size());
     ProcessInstance& instance = mInstances.emplace_back();
     instance.ProcessID = inProcessID;
-    instance.Name = ":" + std::to_string(inProcessID);
+    instance.Name = gMakeName(inProcessID);
     mInstancesByPid[inProcessID].push_back(index);
     return index;
 }

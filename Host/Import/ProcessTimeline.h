@@ -11,8 +11,11 @@
 
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace Host
@@ -46,8 +49,6 @@ struct FileMapping
     uint32_t Process = 0; // index of the instance
     uint32_t File = 0;
     uint64_t ImageBase = 0; // where file offset 0 would lie
-    uint64_t Begin = 0;     // executable addresses
-    uint64_t End = 0;
     uint64_t LoadTime = 0;
     uint64_t UnloadTime = sNeverEnded;
 };
@@ -76,8 +77,11 @@ public:
     // The instance that the pid named at the time; sNoInstance if none did.
     [[nodiscard]] uint32_t FindInstance(int32_t inProcessID, uint64_t inTime) const;
 
-    // The pid that side-band records give for a thread ID, 0 if none does.
-    [[nodiscard]] int32_t FindProcessOfThread(int32_t inThreadID) const;
+    // The pid that side-band records give for a thread ID at the time, 0 if none ever does.
+    [[nodiscard]] int32_t FindProcessOfThread(int32_t inThreadID, uint64_t inTime) const;
+
+    // True if an EXIT record tells of the thread's end at the time or later.
+    [[nodiscard]] bool HasExitFrom(int32_t inThreadID, uint64_t inTime) const;
 
     // Adds an instance for a process that has events but no side-band record.
     uint32_t AddUnknownProcess(int32_t inProcessID);
@@ -108,6 +112,7 @@ private:
         int32_t ProcessID;
         int32_t ThreadID;
         int32_t Parent = 0;
+        int32_t ParentThread = 0;
         uint32_t Text = 0; // index into mTexts: name or path
         uint64_t Address = 0;
         uint64_t Length = 0;
@@ -115,13 +120,19 @@ private:
         BuildID ID;
     };
 
+    // Executable addresses of a file that haven't been unloaded, by where they begin in LiveProcess::Mappings.
+    struct LiveMapping
+    {
+        uint64_t End;
+        uint32_t Index; // into mMappings, where each has an entry of its own
+    };
+
     // What is alive while the changes are replayed.
     struct LiveProcess
     {
         uint32_t Instance;
-        int32_t ThreadCount = 0;
-        bool HasExecuted = false;       // it replaced its parent's program
-        std::vector<uint32_t> Mappings; // that haven't been unloaded
+        std::unordered_set<int32_t> Threads;      // that were told of and haven't ended
+        std::map<uint64_t, LiveMapping> Mappings; // they don't overlap
     };
 
     void CollectMmap(const PerfRecord& inRecord, PerfHealth& ioHealth);
@@ -129,10 +140,16 @@ private:
     void CollectTask(const PerfRecord& inRecord, PerfHealth& ioHealth);
     uint32_t AddText(std::string_view inText);
 
+    void Replay(const Change& inChange);
+    void NoteThread(const Change& inChange);
     void Fork(const Change& inChange);
+    void ForkProcess(const Change& inChange);
+    void Inherit(const LiveProcess& inParent, LiveProcess& ioChild, uint64_t inTime);
     void Exit(const Change& inChange);
     void Name(const Change& inChange);
     void Map(const Change& inChange);
+    void Cover(LiveProcess& ioProcess, const Change& inChange, bool inKeepsRest);
+    bool AddMapping(LiveProcess& ioProcess, uint64_t inBegin, uint64_t inEnd, const FileMapping& inMapping);
     LiveProcess& GetLive(int32_t inProcessID, uint64_t inTime);
     void EndProcess(LiveProcess& ioProcess, uint64_t inTime);
     void UnloadMappings(LiveProcess& ioProcess, uint64_t inTime);
@@ -141,8 +158,10 @@ private:
     std::vector<Change> mChanges;
     std::vector<std::string> mTexts;
     std::unordered_map<std::string, uint32_t> mTextIndices;
-    std::unordered_map<std::string, BuildID> mBuildIDs;    // by path
-    std::unordered_map<int32_t, int32_t> mThreadProcesses; // pid by thread ID
+    std::unordered_map<std::string, BuildID> mBuildIDs; // by path
+    // By thread ID: since when it is of which pid, in order of time.
+    std::unordered_map<int32_t, std::vector<std::pair<uint64_t, int32_t>>> mThreadProcesses;
+    std::unordered_map<int32_t, uint64_t> mLastExits; // by thread ID
 
     std::unordered_map<int32_t, LiveProcess> mLive; // by pid, while building
     std::vector<ProcessInstance> mInstances;

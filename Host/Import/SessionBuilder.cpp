@@ -33,20 +33,23 @@ std::string gGetShownName(const ProcessInstance& inInstance)
 } // namespace
 
 SessionBuilder::SessionBuilder(Profiler::Session& ioSession, ProcessTimeline& ioTimeline, SymbolCache& ioSymbols,
-                               uint64_t inFirstTime)
+                               uint64_t inFirstTime, uint64_t inLastTime)
     : mSession(ioSession),
       mTimeline(ioTimeline),
       mSymbols(ioSymbols),
-      mFirstTime(inFirstTime)
+      mFirstTime(inFirstTime),
+      mLastTime(inLastTime)
 {
 }
 
-int32_t SessionBuilder::GetProcessOf(int32_t inThreadID, int32_t inToldProcessID) const
+int32_t SessionBuilder::GetProcessOf(int32_t inThreadID, int32_t inToldProcessID, int32_t inToldElsewhere, uint64_t inTime) const
 {
     if (inToldProcessID > 0)
         return inToldProcessID;
-    const int32_t known = mTimeline.FindProcessOfThread(inThreadID);
-    return known != 0 ? known : inThreadID;
+    const int32_t known = mTimeline.FindProcessOfThread(inThreadID, inTime);
+    if (known > 0)
+        return known;
+    return inToldElsewhere > 0 ? inToldElsewhere : inThreadID;
 }
 
 double SessionBuilder::EndToMs(uint64_t inTime) const
@@ -54,15 +57,14 @@ double SessionBuilder::EndToMs(uint64_t inTime) const
     return inTime == sNeverEnded ? sOpenEnd : ToMs(inTime);
 }
 
-void SessionBuilder::AddProcesses(const ActiveThreads& inActive)
+void SessionBuilder::AddProcesses(const ActiveThreads& inActive, const ImportFilter& inFilter)
 {
     std::unordered_set<int32_t> activePids;
-    inActive.ForEach(
-        [&](int32_t inThreadID, int32_t inProcessID)
+    inActive.ForEachProcess(
+        [&](int32_t inProcessID)
         {
-            const int32_t pid = GetProcessOf(inThreadID, inProcessID);
-            if (activePids.insert(pid).second && mTimeline.FindInstance(pid, 0) == ProcessTimeline::sNoInstance)
-                mTimeline.AddUnknownProcess(pid);
+            if (activePids.insert(inProcessID).second && mTimeline.FindInstance(inProcessID, 0) == ProcessTimeline::sNoInstance)
+                mTimeline.AddUnknownProcess(inProcessID);
         });
 
     const std::vector<ProcessInstance>& instances = mTimeline.GetInstances();
@@ -70,11 +72,13 @@ void SessionBuilder::AddProcesses(const ActiveThreads& inActive)
     for (size_t i = 0; i < instances.size(); ++i)
     {
         const ProcessInstance& instance = instances[i];
-        if (!activePids.contains(instance.ProcessID))
+        const bool isInTime = instance.Start <= mLastTime && instance.End >= mFirstTime;
+        if (!isInTime || !activePids.contains(instance.ProcessID) ||
+            !inFilter.TakesProcess(instance.ProcessID, instance.Name, instance.Path))
             continue;
         auto info = std::make_unique<Profiler::OptionalProcessInfo>();
         info->ParentProcessID = instance.ParentProcessID;
-        const double end = instance.End == sNeverEnded ? mSession.GetSessionInfo().SessionEndTimeMs : ToMs(instance.End);
+        const double end = ToMs(std::min(instance.End, mLastTime));
         mProcessIDs[i] = mSession
                              .AddProcess(instance.ProcessID, gGetShownName(instance), instance.Path, true, std::move(info),
                                          ToMs(instance.Start), end)
@@ -109,7 +113,8 @@ void SessionBuilder::AddModules(const PerfFile& inFile)
     {
         // A process that isn't captured has no stacks to resolve.
         const Profiler::ProcessID process = mapping.Process < mProcessIDs.size() ? mProcessIDs[mapping.Process] : sNotEntered;
-        if (process >= 0)
+        const bool isInTime = mapping.LoadTime <= mLastTime && mapping.UnloadTime >= mFirstTime;
+        if (process >= 0 || !isInTime)
             continue;
         uint32_t& index = moduleIndices[mapping.File];
         if (index == noModule)

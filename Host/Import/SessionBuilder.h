@@ -5,6 +5,7 @@
 #pragma once
 
 #include "Host/Import/ActiveThreads.h"
+#include "Host/Import/ImportFilter.h"
 #include "Host/Import/PerfFile.h"
 #include "Host/Import/ProcessTimeline.h"
 #include "Host/Linux/SymbolCache.h"
@@ -19,18 +20,23 @@ namespace Host
 class SessionBuilder
 {
 public:
-    // inFirstTime: the capture's first time, in nanoseconds of its clock; session times count from it, in milliseconds.
-    SessionBuilder(Profiler::Session& ioSession, ProcessTimeline& ioTimeline, SymbolCache& ioSymbols, uint64_t inFirstTime);
+    // inFirstTime and inLastTime: the times of the session in nanoseconds of the capture's clock; session times count from the
+    // first, in milliseconds.
+    SessionBuilder(Profiler::Session& ioSession, ProcessTimeline& ioTimeline, SymbolCache& ioSymbols, uint64_t inFirstTime,
+                   uint64_t inLastTime);
 
-    // Enters the captured processes in order of their start, and all modules that they mapped.
-    void AddProcesses(const ActiveThreads& inActive);
+    // Enters the captured processes that the filter takes and that lived in the session's time, in order of their start, and all
+    // modules that they mapped.
+    void AddProcesses(const ActiveThreads& inActive, const ImportFilter& inFilter);
     void AddModules(const PerfFile& inFile);
 
     // The session's ID of an instance of the timeline; a process that isn't captured is entered as a non-captured one.
     [[nodiscard]] Profiler::ProcessID GetProcessID(uint32_t inInstance);
 
-    // The pid of a thread: the one that its event tells, else the one that side-band records tell, else its own thread ID.
-    [[nodiscard]] int32_t GetProcessOf(int32_t inThreadID, int32_t inToldProcessID) const;
+    // The pid of a thread at the time: the one that its event tells, else the one that side-band records tell, else the one that
+    // other events of its tell, else its own thread ID. The two told ones are 0 or less if there is none.
+    [[nodiscard]] int32_t GetProcessOf(int32_t inThreadID, int32_t inToldProcessID, int32_t inToldElsewhere,
+                                       uint64_t inTime) const;
 
     // Milliseconds of the session for a time of the capture; 0.0 for times before its first.
     [[nodiscard]] double ToMs(uint64_t inTime) const
@@ -49,6 +55,7 @@ private:
     ProcessTimeline& mTimeline;
     SymbolCache& mSymbols;
     uint64_t mFirstTime;
+    uint64_t mLastTime;
     std::vector<Profiler::ProcessID> mProcessIDs; // by instance
 };
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <limits>
 #include <sparsehash/dense_hash_map>
+#include <string>
 #include <vector>
 
 namespace Host
@@ -27,10 +28,12 @@ struct TrackedThread
     int32_t ProcessID = 0;
     int32_t Cpu = -1; // where it was last seen to run
     ERunState State = ERunState::Unknown;
-    uint64_t LastTime = 0; // of its own last event or its last wake-up, in nanoseconds of the capture's clock
+    uint64_t LastTime = 0; // of its start, its own last event or its last wake-up, in nanoseconds of the capture's clock
     bool HasExited = false;
     bool IsCaptured = false;
-    Profiler::ThreadID SessionThread = -1; // -1 if its process isn't captured
+    uint64_t StartTime = 0;                // nanoseconds of the capture's clock, or when it was first seen
+    std::string Name;                      // until it is entered in the session
+    Profiler::ThreadID SessionThread = -1; // -1 until it is entered, and if its process isn't captured
     Profiler::ProcessID SessionProcess = -1;
     Profiler::CallstackKey SwitchOutStack = Profiler::sNoCallstack;
 };

@@ -236,6 +236,12 @@ bool Tracepoints::Has(ETracepoint inKind) const
     return std::any_of(mEvents.begin(), mEvents.end(), [inKind](const EventFormat& inFormat) { return inFormat.Kind == inKind; });
 }
 
+bool Tracepoints::CanDecode(ETracepoint inKind) const
+{
+    return std::any_of(mEvents.begin(), mEvents.end(),
+                       [inKind](const EventFormat& inFormat) { return inFormat.Kind == inKind && inFormat.IsKnown; });
+}
+
 EPerfSkip Tracepoints::CheckRaw(const EventFormat& inFormat, std::span<const uint8_t> inRaw) const
 {
     if (!inFormat.IsKnown)

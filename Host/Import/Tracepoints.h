@@ -66,6 +66,8 @@ public:
     [[nodiscard]] ETracepoint GetKind(const PerfEvent& inEvent) const { return mEvents[inEvent.Index].Kind; }
     // True if some event of the file is of this kind, whether its format could be read or not.
     [[nodiscard]] bool Has(ETracepoint inKind) const;
+    // True if the samples of some event of this kind can be decoded.
+    [[nodiscard]] bool CanDecode(ETracepoint inKind) const;
 
     // Each reads the fields of one sample's raw data and gives EPerfSkip::None, or the reason why they can't be used.
     // REQUIRES: GetKind(inEvent) fits.

@@ -14,19 +14,20 @@ inline constexpr uint8_t sWaitIdleWorker = 13; // a kernel worker without work
 inline constexpr uint8_t sWaitTerminated = 22; // the thread has ended
 inline constexpr uint8_t sWaitPreempted = 32;  // still runnable
 
-// inState is prev_state of sched_switch.
-[[nodiscard]] constexpr uint8_t gGetWaitReason(uint64_t inState)
+// inState is prev_state of sched_switch. inHasExited: the thread's end was recorded in front of this switch.
+[[nodiscard]] constexpr uint8_t gGetWaitReason(uint64_t inState, bool inHasExited)
 {
     constexpr uint64_t interruptible = 0x01;
     constexpr uint64_t uninterruptible = 0x02;
     constexpr uint64_t stoppedTracedOrParked = 0x04 | 0x08 | 0x40;
     constexpr uint64_t dead = 0x10 | 0x20;
+    constexpr uint64_t deadOnOldKernels = 0x40; // parked since Linux 4.14
     constexpr uint64_t idle = 0x80;
     constexpr uint64_t reported = 0xFF; // what lies above marks a preemption, with no bit of these set
 
     if ((inState & reported) == 0)
         return sWaitPreempted;
-    if ((inState & dead) != 0)
+    if ((inState & dead) != 0 || (inHasExited && (inState & deadOnOldKernels) != 0))
         return sWaitTerminated;
     if ((inState & interruptible) != 0)
         return sWaitForThread;

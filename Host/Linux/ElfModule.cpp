@@ -15,9 +15,12 @@ namespace Host
 ElfModule::ElfModule(SymbolCache& ioCache, std::string inPath, int32_t inImageSize, const BuildID& inBuildID)
     : NativeModule(std::move(inPath), inImageSize, Profiler::ESymbolLookupAddressMode::Relative),
       mCache(&ioCache),
+      mIsStored(false),
       mBuildID(inBuildID.ToHex())
 {
 }
+
+ElfModule::ElfModule(SymbolCache& ioCache) : mCache(&ioCache) {}
 
 const RTTI::Type& ElfModule::GetType() const
 {
@@ -49,8 +52,14 @@ void ElfModule::EnsureSymbols(std::span<const uint64_t>, std::span<const Profile
     const System::MutexLock lock(mLoadMutex);
     if (WasAskedForSymbols())
         return;
-    mSymbols = mCache->Load(Path, BuildID::sFromHex(mBuildID));
-    ResolveStatus = gHasSymbols(mSymbols.Result) ? Profiler::EResolveStatus::Resolved : Profiler::EResolveStatus::Unresolved;
+    const BuildID id = BuildID::sFromHex(mBuildID);
+    if (mIsStored && id.IsEmpty())
+        return;
+    mSymbols = mCache->Load(Path, id);
+    if (gHasSymbols(mSymbols.Result))
+        ResolveStatus = Profiler::EResolveStatus::Resolved;
+    else if (!mIsStored)
+        ResolveStatus = Profiler::EResolveStatus::Unresolved;
     mIsLoaded.store(true, std::memory_order_release);
 }
 

@@ -21,8 +21,10 @@ class ElfModule final : public Profiler::NativeModule
     RTTI_FRIEND()
 
 public:
-    // A module read from a file; it knows the functions that it was stored with.
+    // A module read from a session file knows the functions that it was stored with. With a cache it finds further ones, but only
+    // if it has a build id: the file under its path may be another one by now.
     ElfModule() = default;
+    explicit ElfModule(SymbolCache& ioCache);
     // inImageSize in bytes. An empty inBuildID: none was recorded.
     ElfModule(SymbolCache& ioCache, std::string inPath, int32_t inImageSize, const BuildID& inBuildID);
 
@@ -40,7 +42,8 @@ public:
 
 private:
     SymbolCache* mCache = nullptr;
-    std::string mBuildID; // hexadecimal
+    bool mIsStored = true; // read from a session file
+    std::string mBuildID;  // hexadecimal
     std::atomic<bool> mIsLoaded = false;
     System::Mutex mLoadMutex; // held while the symbols are read
     LoadedSymbols mSymbols;   // constant once mIsLoaded is set

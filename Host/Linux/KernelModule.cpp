@@ -22,7 +22,7 @@ constexpr const char* sKernelPath = "[kernel]";
 KernelModule::KernelModule(KernelSymbolsRequest inRequest, uint64_t inTextAddress, int32_t inImageSize)
     : NativeModule(sKernelPath, inImageSize, Profiler::ESymbolLookupAddressMode::Relative),
       mRequest(std::move(inRequest)),
-      mBuildID(mRequest.RecordedID.ToHex()),
+      mBuildID(mRequest->RecordedID.ToHex()),
       mTextAddress(inTextAddress)
 {
 }
@@ -34,7 +34,7 @@ const RTTI::Type& KernelModule::GetType() const
 
 std::string KernelModule::GetSymbolFile() const
 {
-    return WasAskedForSymbols() && gHasSymbols(mSymbols.Result) ? mRequest.ListPath : std::string();
+    return WasAskedForSymbols() && gHasSymbols(mSymbols.Result) ? mRequest->ListPath : std::string();
 }
 
 std::string KernelModule::GetSymbolFailure() const
@@ -54,12 +54,12 @@ std::string KernelModule::GetBuildIDText() const
 void KernelModule::EnsureSymbols(std::span<const uint64_t>, std::span<const Profiler::ResolvedFrame>, uint64_t,
                                  Profiler::PlatformSession*)
 {
-    if (WasAskedForSymbols())
+    if (!mRequest || WasAskedForSymbols())
         return;
     const System::MutexLock lock(mLoadMutex);
-    if (WasAskedForSymbols() || ResolveStatus == Profiler::EResolveStatus::OldCapture)
+    if (WasAskedForSymbols())
         return;
-    mSymbols = gLoadKernelSymbols(mRequest);
+    mSymbols = gLoadKernelSymbols(*mRequest);
     ResolveStatus = gHasSymbols(mSymbols.Result) ? Profiler::EResolveStatus::Resolved : Profiler::EResolveStatus::Unresolved;
     mIsLoaded.store(true, std::memory_order_release);
 }

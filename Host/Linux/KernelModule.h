@@ -8,6 +8,7 @@
 #include "Session/Modules/NativeModule.h"
 
 #include <atomic>
+#include <optional>
 
 namespace Host
 {
@@ -17,7 +18,7 @@ class KernelModule final : public Profiler::NativeModule
     RTTI_FRIEND()
 
 public:
-    // A module read from a file; it knows the functions that it was stored with.
+    // A module read from a session file knows the functions that it was stored with, and no others: the kernel may have moved.
     KernelModule() = default;
     // inTextAddress: where relative address 0 lies; inImageSize in bytes.
     KernelModule(KernelSymbolsRequest inRequest, uint64_t inTextAddress, int32_t inImageSize);
@@ -33,8 +34,8 @@ public:
     [[nodiscard]] bool WasAskedForSymbols() const { return mIsLoaded.load(std::memory_order_acquire); }
 
 private:
-    KernelSymbolsRequest mRequest;
-    std::string mBuildID; // hexadecimal
+    std::optional<KernelSymbolsRequest> mRequest; // none for a module from a file
+    std::string mBuildID;                         // hexadecimal
     uint64_t mTextAddress = 0;
     std::atomic<bool> mIsLoaded = false;
     System::Mutex mLoadMutex; // held while the list is read

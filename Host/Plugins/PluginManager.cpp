@@ -3,7 +3,7 @@
 namespace Host
 {
 
-PluginManager::PluginManager() : PluginManagerFrontEnd(nullptr)
+PluginManager::PluginManager(SymbolCache& ioCache) : PluginManagerFrontEnd(nullptr), mLinuxTypes(ioCache)
 {
     LoadPlugins();
 }
@@ -11,6 +11,7 @@ PluginManager::PluginManager() : PluginManagerFrontEnd(nullptr)
 void PluginManager::LoadPlugins()
 {
     mCapturePlugins = {&mPerfCapture};
+    mSessionPlugins = {&mLinuxTypes};
     for (const std::string& extension : mPerfCapture.GetCaptureExtensions())
         mExtensionPlugins[extension] = {&mLinuxPlatform};
 }
@@ -18,6 +19,7 @@ void PluginManager::LoadPlugins()
 void PluginManager::UnloadPlugins()
 {
     mCapturePlugins.clear();
+    mSessionPlugins.clear();
     mExtensionPlugins.clear();
 }
 

@@ -12,7 +12,8 @@ namespace Host
 class PluginManager final : public Profiler::PluginManagerFrontEnd
 {
 public:
-    PluginManager();
+    // The modules of session files find their symbols in the cache, which outlives the manager.
+    explicit PluginManager(SymbolCache& ioCache);
 
     void LoadPlugins() override;
     void UnloadPlugins() override;
@@ -31,6 +32,7 @@ private:
     };
 
     mutable LinuxPlatformPlugin mLinuxPlatform;
+    LinuxSessionTypes mLinuxTypes;
     PerfCapturePlugin mPerfCapture;
     std::vector<Profiler::ISessionTypes*> mSessionPlugins;
     std::vector<Profiler::CapturePlugin*> mCapturePlugins;

@@ -62,9 +62,9 @@ protected:
         uint64_t samples = 0;
         for (const ThreadRow& row : summary.Threads)
             samples += row.Totals.Samples;
-        const auto counted = std::find_if(summary.Events.begin(), summary.Events.end(),
+        const auto counted = std::find_if(summary.Report.Events.begin(), summary.Report.Events.end(),
                                           [](const NamedCount& inCount) { return inCount.Name == "Sample"; });
-        ASSERT_LE(samples, counted != summary.Events.end() ? counted->Count : 0);
+        ASSERT_LE(samples, counted != summary.Report.Events.end() ? counted->Count : 0);
     }
 
     System::JobScheduler mScheduler{1};

@@ -20,6 +20,10 @@ namespace Host
 // A session for one capture, without a file of its own and without models.
 struct ImportedCapture final : public ITraceEventSink
 {
+    // Two threads of one process that ran before the capture began: what most tests add their records to.
+    static constexpr const char* sTwoThreads = "0 comm 10/10 main\n"
+                                               "0 comm 10/11 worker\n";
+
     explicit ImportedCapture(std::vector<uint8_t> inImage) : Image(std::move(inImage))
     {
         IsOpen = File.OpenImage(Image, "test.data", Errors);
@@ -36,6 +40,25 @@ struct ImportedCapture final : public ITraceEventSink
         builder.AddRecords(inRecords);
         ImportedCapture capture(builder.Build());
         return capture.Run();
+    }
+
+    // The events behind the starts of the two threads and before the ends of all that live.
+    static std::vector<std::string> sImportMiddle(const std::string& inRecords)
+    {
+        return sImportMiddle(PerfFileBuilder(), inRecords);
+    }
+    static std::vector<std::string> sImportMiddle(PerfFileBuilder inBuilder, const std::string& inRecords)
+    {
+        inBuilder.AddRecords(sTwoThreads + inRecords);
+        return ImportedCapture(inBuilder.Build()).RunMiddle();
+    }
+
+    std::vector<std::string> RunMiddle()
+    {
+        std::vector<std::string> lines = Run();
+        std::erase_if(lines, [](const std::string& inLine)
+                      { return inLine.find(" start ") != std::string::npos || inLine.find(" end ") != std::string::npos; });
+        return lines;
     }
 
     std::vector<std::string> Run()
@@ -82,8 +105,8 @@ struct ImportedCapture final : public ITraceEventSink
     PerfFile File;
     System::JobScheduler Scheduler{1};
     Profiler::PluginManagerCommon Plugins;
-    PluginManager FrontEnd;
     SymbolCache Symbols;
+    PluginManager FrontEnd{Symbols};
     Profiler::Session Session{std::make_unique<Profiler::SessionInfo>(), "test.data", Scheduler, Plugins, FrontEnd};
     std::unique_ptr<CaptureImporter> Importer;
     bool IsOpen = false;

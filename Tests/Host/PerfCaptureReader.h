@@ -81,7 +81,7 @@ struct PerfCaptureReader
             return reason;
         ioText += Utility::gFormat("sample %d/%d cpu%d", sample.ProcessID, sample.ThreadID, sample.Cpu);
         for (uint32_t i = 0; i != sample.Callchain.GetCount(); ++i)
-            if (gGetContext(sample.Callchain[i]) == EPerfContext::None)
+            if (gIsCodeAddress(sample.Callchain[i]))
                 ioText += Utility::gFormat(" %zx", static_cast<size_t>(sample.Callchain[i]));
         EPerfSkip reason = EPerfSkip::None;
         SchedSwitch change;

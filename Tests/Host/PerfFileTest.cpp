@@ -182,6 +182,67 @@ TEST(PerfFile, MakesUpNamesWhereTheFileHasNone)
     EXPECT_EQ(capture.Formats.GetKind(capture.File.GetEvents()[1]), ETracepoint::SchedSwitch);
 }
 
+// The kinds of the builder's events, with one of these in front.
+std::vector<EPerfEventKind> gClassify(std::vector<BuilderEvent> inEvents, size_t& outNumWarnings)
+{
+    PerfFileBuilder builder;
+    builder.Events.erase(builder.Events.begin());
+    for (BuilderEvent& event : inEvents)
+    {
+        event.SampleType = builder.Events[0].SampleType;
+        event.IDs = {1000 + builder.Events.size()};
+        builder.Events.push_back(event);
+    }
+    builder.AddRound();
+    const PerfCaptureReader capture(builder.Build());
+    EXPECT_TRUE(capture.IsOpen) << capture.GetError();
+    outNumWarnings = capture.File.GetWarnings().size();
+    std::vector<EPerfEventKind> kinds;
+    for (size_t i = builder.Events.size() - inEvents.size(); i < builder.Events.size(); ++i)
+        kinds.push_back(capture.File.GetEvents()[i].Kind);
+    return kinds;
+}
+
+TEST(PerfFile, OnlyClocksAndCyclesTellWhereThreadsExecute)
+{
+    const BuilderEvent clock{.Name = "cpu-clock", .Type = PERF_TYPE_SOFTWARE, .Config = PERF_COUNT_SW_CPU_CLOCK};
+    constexpr uint32_t coreType = 8; // any number that the kernel gave out
+    const std::pair<BuilderEvent, EPerfEventKind> cases[] = {
+        {{.Name = "cycles:u", .Type = PERF_TYPE_HARDWARE, .Config = PERF_COUNT_HW_CPU_CYCLES}, EPerfEventKind::Hardware},
+        {{.Name = "cpu_core/cycles/", .Type = PERF_TYPE_HARDWARE, .Config = uint64_t{coreType} << 32}, EPerfEventKind::Hardware},
+        {{.Name = "ref-cycles", .Type = PERF_TYPE_HARDWARE, .Config = PERF_COUNT_HW_REF_CPU_CYCLES}, EPerfEventKind::Hardware},
+        {{.Name = "instructions", .Type = PERF_TYPE_HARDWARE, .Config = PERF_COUNT_HW_INSTRUCTIONS}, EPerfEventKind::Other},
+        {{.Name = "bus-cycles", .Type = PERF_TYPE_HARDWARE, .Config = PERF_COUNT_HW_BUS_CYCLES}, EPerfEventKind::Other},
+        {{.Name = "LLC-load-misses", .Type = PERF_TYPE_HW_CACHE, .Config = 0x10002}, EPerfEventKind::Other},
+        {{.Name = "cycles", .Type = PERF_TYPE_RAW, .Config = 0x3c}, EPerfEventKind::Hardware},
+        {{.Name = "cpu/cpu-cycles/p", .Type = PERF_TYPE_RAW, .Config = 0x3c}, EPerfEventKind::Hardware},
+        {{.Name = "r1a8", .Type = PERF_TYPE_RAW, .Config = 0x1a8}, EPerfEventKind::Other},
+        {{.Name = "cpu/cycle_activity.stalls_total/", .Type = PERF_TYPE_RAW, .Config = 0x4a3}, EPerfEventKind::Other},
+        {{.Name = "cpu_atom/cycles/", .Type = coreType}, EPerfEventKind::Hardware},
+        {{.Name = "cpu_atom/stalled-cycles/", .Type = coreType}, EPerfEventKind::Other}};
+    for (const auto& [event, kind] : cases)
+    {
+        size_t numWarnings = 0;
+        EXPECT_THAT(gClassify({clock, event}, numWarnings), ElementsAre(EPerfEventKind::Clock, kind)) << event.Name;
+        EXPECT_EQ(numWarnings, 0u);
+    }
+}
+
+// Better than nothing, which is what such a capture would show.
+TEST(PerfFile, TheOnlyCounterStandsInForAClock)
+{
+    const BuilderEvent misses{.Name = "cache-misses", .Type = PERF_TYPE_HARDWARE, .Config = PERF_COUNT_HW_CACHE_MISSES};
+    const BuilderEvent faults{.Name = "page-faults", .Type = PERF_TYPE_SOFTWARE, .Config = PERF_COUNT_SW_PAGE_FAULTS};
+    BuilderEvent counted = misses; // without samples
+    counted.Period = 0;
+    size_t numWarnings = 0;
+    EXPECT_THAT(gClassify({misses, faults, counted}, numWarnings),
+                ElementsAre(EPerfEventKind::Hardware, EPerfEventKind::Other, EPerfEventKind::Other));
+    EXPECT_EQ(numWarnings, 1u);
+    EXPECT_THAT(gClassify({misses, misses}, numWarnings), ElementsAre(EPerfEventKind::Other, EPerfEventKind::Other));
+    EXPECT_EQ(numWarnings, 0u) << "which of them isn't known";
+}
+
 TEST(PerfRecordingGaps, TellsWhatWasNotRecorded)
 {
     PerfFileBuilder whole = gMakeSmallCapture();

@@ -174,15 +174,5 @@ TEST(PerfRecords, FindsEveryFieldWhateverIsRecorded)
     }
 }
 
-// Stacks without frame pointers hold values among the markers that are none.
-TEST(PerfRecords, TakesOnlyTheExactValuesForContextMarkers)
-{
-    EXPECT_EQ(gGetContext(static_cast<uint64_t>(-128)), EPerfContext::Kernel);
-    EXPECT_EQ(gGetContext(static_cast<uint64_t>(-512)), EPerfContext::User);
-    EXPECT_EQ(gGetContext(static_cast<uint64_t>(-2560)), EPerfContext::GuestUser);
-    for (const int64_t value : {-1, -4095, -129, -511, 0})
-        EXPECT_EQ(gGetContext(static_cast<uint64_t>(value)), EPerfContext::None);
-}
-
 } // namespace
 } // namespace Host

@@ -71,6 +71,7 @@ TEST(Tracepoints, SaysWhichFormatsTheFileLacks)
     EXPECT_THAT(capture.Warnings, SizeIs(5));
     EXPECT_THAT(capture.Warnings.front(), HasSubstr("sched:sched_switch"));
     EXPECT_TRUE(capture.Formats.Has(ETracepoint::SchedSwitch));
+    EXPECT_FALSE(capture.Formats.CanDecode(ETracepoint::SchedSwitch));
 }
 
 TEST(Tracepoints, LeavesOutDamagedFormats)

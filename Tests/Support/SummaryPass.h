@@ -5,6 +5,7 @@
 #include "Host/CommandLine/Summary.h"
 #include "Host/Plugins/PluginManager.h"
 #include "Session/Pass/EventDispatcher.h"
+#include "Session/Pass/FiberState.h"
 #include "Session/Pass/ModelPlugin.h"
 #include "Session/Session.h"
 #include "System/JobScheduler.h"
@@ -47,7 +48,7 @@ public:
         CaptureImporter importer(mFile, mSession, mSymbols);
         if (!importer.Prepare(ioErrors) || !importer.Run(*this, {}, ioErrors) || !mDispatcher.FinishProcessing(ioErrors, false))
             return false;
-        outSummary = gMakeSummary(mFile, importer, mModel, mDispatcher.GetNumDroppedEvents());
+        outSummary = gMakeSummary(mModel, gMakeImportReport(mFile, importer), mDispatcher.GetNumDroppedEvents());
         return true;
     }
 
@@ -60,9 +61,9 @@ public:
 private:
     PerfFile mFile;
     Profiler::PluginManagerCommon mPlugins;
-    PluginManager mFrontEnd;
-    NoModelPlugin mPlugin;
     SymbolCache mSymbols;
+    PluginManager mFrontEnd{mSymbols};
+    NoModelPlugin mPlugin;
     Profiler::Session mSession;
     Profiler::OpenBarProcessorFiberState mFibers;
     SummaryModel mModel;

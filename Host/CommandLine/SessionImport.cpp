@@ -1,0 +1,129 @@
+#include "Host/CommandLine/SessionImport.h"
+
+#include "FileSystem/File.h"
+#include "FileSystem/Path.h"
+#include "Host/CommandLine/ProgressLine.h"
+#include "Host/CommandLine/SessionProcessing.h"
+#include "Host/CommandLine/StagedFolder.h"
+#include "Host/CommandLine/SymbolsAhead.h"
+#include "Session/SessionPaths.h"
+#include "Utility/Clock.h"
+
+namespace Host
+{
+namespace
+{
+
+using Profiler::Session;
+using Utility::ErrorState;
+
+// Stores what the importer makes.
+class StreamSink final : public ITraceEventSink
+{
+public:
+    StreamSink(Profiler::TraceEventStream& ioStream, const bool& inIsCanceled) : mStream(ioStream), mIsCanceled(inIsCanceled) {}
+
+    [[nodiscard]] bool OnEvent(const Profiler::TraceEvent& inEvent, ErrorState& ioErrors) override
+    {
+        return gCheckNotCanceled(mIsCanceled, ioErrors) && mStream.AddEvent(inEvent, ioErrors);
+    }
+
+private:
+    Profiler::TraceEventStream& mStream;
+    const bool& mIsCanceled;
+};
+
+std::string gGetTargetPath(const SessionImportOptions& inOptions)
+{
+    const std::string name = FileSystem::gGetFileName(inOptions.CapturePath);
+    return Profiler::gGetSessionFilePath(inOptions.OutputFolder.empty() ? inOptions.CapturePath
+                                                                        : FileSystem::gCombinePath(inOptions.OutputFolder, name));
+}
+
+// Only a session may be replaced, and only on demand; a folder of that name that is none belongs to somebody else.
+bool gCheckTarget(const std::string& inSessionPath, bool inReplaces, ErrorState& ioErrors)
+{
+    const std::string folder = Profiler::gGetSessionFolder(inSessionPath);
+    if (!FileSystem::gExists(folder))
+        return true;
+    if (!Utility::Check(ioErrors, FileSystem::gExists(inSessionPath), 0,
+                        "%s exists and is no session; choose another place with --output", folder))
+        return false;
+    return Utility::Check(ioErrors, inReplaces, 0, "The session %s exists; --force replaces it", inSessionPath);
+}
+
+bool gStoreEvents(CaptureImporter& ioImporter, Session& ioSession, const bool& inIsCanceled, ErrorState& ioErrors)
+{
+    ProgressLine line("Reading");
+    StreamSink sink(ioSession.GetEventStream(), inIsCanceled);
+    return ioImporter.Run(
+               sink, [&line](float inFraction) { line.Show(inFraction); }, ioErrors) &&
+           ioSession.GetEventStream().FlushStream(ioErrors);
+}
+
+// The pass of a new capture. What was learned of the symbols goes into the report, which is stored ahead of the session file, so
+// that a session that can be opened has one.
+bool gRunPass(Session& ioSession, const std::string& inFolder, const RTTI::Registry& inRegistry, const bool& inIsCanceled,
+              ImportReport& ioReport, ErrorState& ioErrors)
+{
+    if (!gProcessSession(ioSession, Profiler::RebuildBrokenStacks, inRegistry, inIsCanceled, ioErrors))
+        return false;
+    ProgressLine line("Building timeline");
+    if (!ioSession.CreateModels(ioErrors) || !ioSession.BeginProcessing(ioErrors))
+        return false;
+    const bool isProcessed =
+        ioSession.ProcessEvents(ioErrors, inIsCanceled, [&line](float inFraction) { line.Show(inFraction); });
+    if (!gCheckNotCanceled(inIsCanceled, ioErrors) || !isProcessed)
+        return false;
+    ioReport.SymbolFailures = gFindSymbolFailures(ioSession.GetModuleDatabase());
+    return gWriteImportReport(inFolder, ioReport, ioErrors) && ioSession.FinishPass(false, ioErrors, inIsCanceled) &&
+           gCheckNotCanceled(inIsCanceled, ioErrors);
+}
+
+void gCountContents(Session& ioSession, SessionImportResult& outResult)
+{
+    outResult.Events = ioSession.GetEventStream().GetNumEvents();
+    outResult.Stacks = ioSession.GetCallstackTrie().GetNodeCount();
+    outResult.Processes = ioSession.GetProcessList().size();
+    outResult.Threads = ioSession.GetThreadList().size();
+    outResult.BrokenThreads = ioSession.GetBrokenStacks().GetIndex()->ChunksByThread.size();
+    outResult.LengthMs = ioSession.GetSessionInfo().SessionEndTimeMs - ioSession.GetSessionInfo().SessionStartTimeMs;
+}
+
+} // namespace
+
+bool gImportSession(const SessionImportOptions& inOptions, Workspace& ioWorkspace, const bool& inIsCanceled,
+                    SessionImportResult& outResult, ErrorState& ioErrors)
+{
+    const double start = Utility::gGetMonotonicSeconds();
+    outResult.SessionPath = gGetTargetPath(inOptions);
+    PerfFile file;
+    if (!file.Open(inOptions.CapturePath, ioErrors) || !gCheckTarget(outResult.SessionPath, inOptions.Replaces, ioErrors))
+        return false;
+    StagedFolder folder(Profiler::gGetSessionFolder(outResult.SessionPath));
+    if (!folder.Make(ioErrors))
+        return false;
+
+    const std::string name = FileSystem::gGetFileName(outResult.SessionPath);
+    const std::unique_ptr<Session> session = ioWorkspace.MakeSession(FileSystem::gCombinePath(folder.GetStagingPath(), name));
+    CaptureImporter importer(file, *session, ioWorkspace.GetSymbols(), inOptions.Filter);
+    if (!importer.Prepare(ioErrors))
+        return false;
+    const SymbolsAhead symbols(*session);
+    if (!gStoreEvents(importer, *session, inIsCanceled, ioErrors))
+        return false;
+    session->FinishModuleData();
+    const double read = Utility::gGetMonotonicSeconds();
+
+    outResult.Report = gMakeImportReport(file, importer);
+    if (!gRunPass(*session, folder.GetStagingPath(), ioWorkspace.GetRegistry(), inIsCanceled, outResult.Report, ioErrors))
+        return false;
+    gCountContents(*session, outResult);
+    if (!folder.Commit(ioErrors))
+        return false;
+    outResult.ReadSeconds = read - start;
+    outResult.PassSeconds = Utility::gGetMonotonicSeconds() - read;
+    return true;
+}
+
+} // namespace Host

@@ -1,0 +1,50 @@
+// Looks a stored session over, store by store, and changes nothing.
+//
+// Threads: the main thread.
+#pragma once
+
+#include "Host/CommandLine/Workspace.h"
+#include "Host/Import/ImportReport.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Host
+{
+
+struct StoredFile
+{
+    std::string Name; // below the session folder
+    uint64_t Size = 0;
+};
+
+struct StoreState
+{
+    std::string Name;
+    bool IsSound = false;
+    std::string Text; // what it holds, or what is wrong with it
+};
+
+struct SessionInspection
+{
+    std::string SessionPath;
+    bool CanBeOpened = false;
+    std::string Failure; // why not
+
+    // Of a session that can be opened.
+    double LengthMs = 0.0;
+    size_t Processes = 0;
+    size_t NonCapturedProcesses = 0;
+    size_t Threads = 0;
+    size_t Modules = 0;
+
+    std::vector<StoredFile> Files;        // by name
+    std::vector<StoreState> Stores;       // session, events, stacks, broken stacks, shared model, models
+    std::unique_ptr<ImportReport> Report; // null for a session without one
+};
+
+[[nodiscard]] SessionInspection gInspectSession(const std::string& inSessionPath, Workspace& ioWorkspace);
+
+} // namespace Host

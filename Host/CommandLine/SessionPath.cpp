@@ -1,0 +1,44 @@
+#include "Host/CommandLine/SessionPath.h"
+
+#include "FileSystem/File.h"
+#include "FileSystem/Path.h"
+#include "Session/SessionPaths.h"
+
+#include <filesystem>
+
+namespace Host
+{
+namespace
+{
+
+bool gIsFolder(const std::string& inPath)
+{
+    std::error_code error;
+    return std::filesystem::is_directory(inPath, error);
+}
+
+// The folder's name is the session's, unless the path is one like "." that doesn't tell it.
+std::string gGetFileOfFolder(const std::string& inFolder)
+{
+    std::error_code error;
+    const std::filesystem::path whole = std::filesystem::weakly_canonical(inFolder, error);
+    const std::string folder = error ? inFolder : whole.string();
+    return FileSystem::gCombinePath(folder, FileSystem::gGetFileName(folder) + "." + Profiler::sSessionExtension);
+}
+
+} // namespace
+
+bool gIsSession(const std::string& inPath)
+{
+    return FileSystem::gGetExtension(inPath) == Profiler::sSessionExtension ||
+           (gIsFolder(inPath) && FileSystem::gExists(gGetFileOfFolder(inPath)));
+}
+
+bool gFindSessionFile(const std::string& inPath, std::string& outSessionFile, Utility::ErrorState& ioErrors)
+{
+    outSessionFile = gIsFolder(inPath) ? gGetFileOfFolder(inPath) : Profiler::gGetSessionFilePath(inPath);
+    return Utility::Check(ioErrors, FileSystem::gExists(outSessionFile), 0,
+                          "There is no session at %s; make one with: brenvaldoris import CAPTURE", outSessionFile);
+}
+
+} // namespace Host
