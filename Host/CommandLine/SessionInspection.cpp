@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 
 namespace Host
 {
@@ -53,7 +54,8 @@ StoreState gInspectEvents(const std::string& inFolder, const RTTI::Registry& inR
     const uint64_t count = stream->GetNumEvents();
     if (stream->NeedsUpgrade())
         return {"events", true, gFormat("%llu events in an old layout, to be upgraded", gToPrinted(count))};
-    Profiler::TraceEventStreamReader reader = stream->CreateReader(0.0);
+    // From the very first, also those at negative times.
+    Profiler::TraceEventStreamReader reader = stream->CreateReader(std::numeric_limits<double>::lowest());
     Profiler::TraceEvent event;
     while (reader.NextEvent(event))
     {

@@ -11,11 +11,12 @@ namespace FileSystem
 ReplacingFile::ReplacingFile(std::string inPath) : mPath(std::move(inPath)), mNewPath(mPath + ".new")
 {
     gOpenWrite(mFile, mNewPath, std::ios_base::out | std::ios_base::binary | std::ios_base::trunc);
+    mIsMade = mFile.is_open();
 }
 
 ReplacingFile::~ReplacingFile()
 {
-    if (mIsCommitted || !mFile.is_open())
+    if (mIsCommitted || !mIsMade)
         return;
     mFile.close();
     static_cast<void>(gDeleteFile(mNewPath));
@@ -28,7 +29,8 @@ void ReplacingFile::Write(const void* inData, size_t inSize)
 
 bool ReplacingFile::Commit()
 {
-    mFile.flush();
+    // Some file systems tell only when a file is closed that there was no room for it.
+    mFile.close();
     mIsCommitted = mFile.good() && gRename(mNewPath, mPath);
     return mIsCommitted;
 }

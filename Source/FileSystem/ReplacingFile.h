@@ -22,7 +22,7 @@ public:
     ReplacingFile(const ReplacingFile&) = delete;
     ReplacingFile& operator=(const ReplacingFile&) = delete;
 
-    [[nodiscard]] bool IsOpen() const { return mFile.is_open(); }
+    [[nodiscard]] bool IsOpen() const { return mIsMade; }
 
     // What goes wrong here is told by Commit.
     void Write(const void* inData, size_t inSize);
@@ -34,6 +34,7 @@ private:
     std::string mPath;
     std::string mNewPath;
     std::ofstream mFile;
+    bool mIsMade = false;
     bool mIsCommitted = false;
 };
 

@@ -3,10 +3,7 @@
 #include "FileSystem/File.h"
 #include "Utility/Hash.h"
 
-#include <unistd.h>
-
 #include <cstring>
-#include <new>
 
 namespace Serialization
 {
@@ -17,30 +14,6 @@ namespace
 uint64_t gComputeChecksum(uint32_t inVersion, const uint8_t* inData, uint64_t inSize)
 {
     return inVersion == FirstContainerVersion ? Utility::gCRC64(inData, inSize, 0) : Utility::gHash64(inData, inSize);
-}
-
-// A file with holes can say more than any memory holds, and asking for that much isn't refused everywhere.
-bool gFitsIntoMemory(uint64_t inSize)
-{
-    const long pages = sysconf(_SC_PHYS_PAGES);
-    const long pageSize = sysconf(_SC_PAGESIZE);
-    return pages <= 0 || pageSize <= 0 || inSize / static_cast<uint64_t>(pageSize) < static_cast<uint64_t>(pages);
-}
-
-// False if there is no memory for it.
-bool gResize(Utility::ByteBuffer& outBytes, uint64_t inSize)
-{
-    if (!gFitsIntoMemory(inSize))
-        return false;
-    try
-    {
-        outBytes.Resize(inSize);
-        return true;
-    }
-    catch (const std::bad_alloc&)
-    {
-        return false;
-    }
 }
 
 bool gExpectAvailable(bool inIsAvailable, uint64_t inCount, ReaderErrorState& ioErrors)
@@ -99,7 +72,7 @@ bool BinaryFileReader::ReadHeader(ReaderErrorState& ioErrors)
 bool BinaryFileReader::ReadBytes(uint64_t inOffset, uint64_t inSize, Utility::ByteBuffer& outBytes)
 {
     // Before anything of that size is allocated.
-    if (!mFile.is_open() || inOffset > mFileSize || inSize > mFileSize - inOffset || !gResize(outBytes, inSize))
+    if (!mFile.is_open() || inOffset > mFileSize || inSize > mFileSize - inOffset || !outBytes.TryResize(inSize))
         return false;
     mFile.clear();
     mFile.seekg(static_cast<std::streamoff>(inOffset));

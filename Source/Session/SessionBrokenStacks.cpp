@@ -3,6 +3,7 @@
 #include "Session/Events/TraceEventStreamReader.h"
 #include "Session/Pass/ChunkTime.h"
 #include "Session/Session.h"
+#include "System/Job.h"
 
 namespace Profiler
 {
@@ -38,7 +39,7 @@ bool Session::BuildBrokenStackIndex(const RTTI::Registry& inRegistry, Utility::E
     TraceEvent event;
     CallstackCursor cursor;
     bool hasEvent = true;
-    while (!inIsCanceled && (hasEvent = reader.NextEvent(event)))
+    while (!System::gIsCanceled(inIsCanceled) && (hasEvent = reader.NextEvent(event)))
     {
         progress.Report(reader.GetEventsRead());
         // A pass drops events at impossible times, so no range may begin or end at one.

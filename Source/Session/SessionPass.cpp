@@ -6,6 +6,7 @@
 #include "Session/Pass/ModelPlugin.h"
 #include "Session/Session.h"
 #include "Session/SharedModel.h"
+#include "System/Job.h"
 #include "Utility/Clock.h"
 #include "Utility/Log.h"
 
@@ -65,7 +66,7 @@ bool Session::ProcessEvents(Utility::ErrorState& ioErrors, const bool& inIsCance
     Utility::ProgressReporter progress(inProgress, mEventStream->GetNumEvents());
     TraceEvent event;
     bool hasEvent = true;
-    while (!inIsCanceled && (hasEvent = reader.NextEvent(event)))
+    while (!System::gIsCanceled(inIsCanceled) && (hasEvent = reader.NextEvent(event)))
     {
         progress.Report(reader.GetEventsRead());
         UpdateThreadFromEvent(event);
@@ -86,7 +87,7 @@ bool Session::DispatchCapturedEvents(TraceEventStreamReader& ioReader, Utility::
     TraceEvent event;
     while (ioReader.NextEvent(event))
     {
-        if (inIsCanceled)
+        if (System::gIsCanceled(inIsCanceled))
             return false;
         progress.Report(ioReader.GetEventsRead());
         if (GetProcess(event.ProcessID) == nullptr)
@@ -142,7 +143,7 @@ bool Session::FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, 
         return false;
     mDispatcher.reset();
     mCallstackTrie.FinishCallstacks();
-    if (inIsCanceled)
+    if (System::gIsCanceled(inIsCanceled))
         return true;
     return SaveSession(ioErrors);
 }

@@ -53,6 +53,16 @@ public:
         mSize = inSize;
     }
 
+    // The same for a size that a file tells: false, with the buffer as it was, if there is no memory for it. A file with holes
+    // can tell more than any memory holds, and asking for that much isn't refused everywhere.
+    [[nodiscard]] bool TryResize(uint64_t inSize)
+    {
+        if (inSize > mCapacity && !TryGrow(inSize))
+            return false;
+        mSize = inSize;
+        return true;
+    }
+
     // REQUIRES: inData doesn't point into this buffer, whose bytes move when it grows.
     void Append(const void* inData, size_t inSize)
     {
@@ -96,6 +106,8 @@ private:
     };
 
     void Grow(size_t inSize);
+    [[nodiscard]] bool TryGrow(uint64_t inSize);
+    [[nodiscard]] bool Reallocate(size_t inCapacity);
 
     std::unique_ptr<uint8_t[], FreeBytes> mData;
     size_t mSize = 0;

@@ -24,9 +24,8 @@ void Compressor::FreeContext::operator()(ZSTD_CCtx_s* inContext) const
 bool Compressor::Compress(const void* inData, size_t inSize, ByteBuffer& outFrame)
 {
     const size_t bound = ZSTD_compressBound(inSize);
-    if (mContext == nullptr || ZSTD_isError(bound) != 0)
+    if (mContext == nullptr || ZSTD_isError(bound) != 0 || !outFrame.TryResize(bound))
         return false;
-    outFrame.Resize(bound);
     const size_t size = ZSTD_compressCCtx(mContext.get(), outFrame.GetData(), bound, inData, inSize, sLevel);
     if (ZSTD_isError(size) != 0)
         return false;
@@ -46,9 +45,8 @@ bool Decompressor::Decompress(const void* inFrame, size_t inSize, ByteBuffer& ou
     const unsigned long long contentSize = ZSTD_getFrameContentSize(inFrame, inSize);
     const bool isTold = contentSize != ZSTD_CONTENTSIZE_UNKNOWN && contentSize != ZSTD_CONTENTSIZE_ERROR;
     if (mContext == nullptr || !isTold || contentSize / sMaxRatio > inSize ||
-        ZSTD_findFrameCompressedSize(inFrame, inSize) != inSize)
+        ZSTD_findFrameCompressedSize(inFrame, inSize) != inSize || !outContent.TryResize(contentSize))
         return false;
-    outContent.Resize(contentSize);
     return ZSTD_decompressDCtx(mContext.get(), outContent.GetData(), contentSize, inFrame, inSize) == contentSize;
 }
 

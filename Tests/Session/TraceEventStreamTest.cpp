@@ -371,6 +371,34 @@ TEST_F(TraceEventStreamTest, AFullDiskKeepsWhatWasThere)
     EXPECT_THAT(ReadAll(), testing::SizeIs(2 + TraceEventStream::sEventsPerChunk));
 }
 
+TEST_F(TraceEventStreamTest, AnIndexThatWasNotWrittenIsMadeUpForAtTheNextFlush)
+{
+    Make();
+    AddSamples({0, 1}, 2);
+    MakeDirectory("events.index.new");
+    Add({2, -1, 0, SampleEvent{2}});
+    EXPECT_FALSE(mStream->FlushStream(mErrors));
+    std::filesystem::remove(At("events.index.new"));
+    Flush();
+    Reload();
+    EXPECT_THAT(ReadAll(), testing::SizeIs(3));
+}
+
+TEST_F(TraceEventStreamTest, AChunkLargerThanMemoryIsRefused)
+{
+    Make();
+    AddSamples({0, 1}, 2);
+    constexpr uint64_t size = uint64_t{8} << 40;
+    std::error_code error;
+    std::filesystem::resize_file(At("events.dat"), size, error);
+    if (error)
+        return; // the file system has no files of that size
+    auto& chunks = *static_cast<std::vector<TraceEventStream::Chunk>*>(
+        RTTI::gFindProperty(mStream->GetType(), "Chunks")->GetData(&*mStream));
+    chunks[0].Size = size;
+    EXPECT_EQ(ReadFailure(), "Unable to read from event stream " + At("events.dat") + ": a chunk doesn't fit into memory");
+}
+
 class StreamUpgradeTest : public TraceEventStreamTest
 {
 protected:
@@ -468,6 +496,9 @@ TEST_F(StreamUpgradeTest, FailuresLeaveTheOldFiles)
     EXPECT_THAT(List(""), ElementsAre("events.dat", "events.index"));
     ExpectOldFiles(index, data);
     mIsCanceled = false;
+    Flush();
+    EXPECT_TRUE(mStream->NeedsUpgrade());
+    ExpectOldFiles(index, data);
 
     // A backup that can't be deleted.
     MakeDirectory("events_old.dat");

@@ -51,9 +51,8 @@ bool BrokenStackFile::Open(const std::string& inPath)
 bool BrokenStackFile::ReadContent(const BrokenStackIndex::Chunk& inChunk)
 {
     // Before anything of that size is allocated.
-    if (inChunk.FileOffset > mFileSize || inChunk.Size > mFileSize - inChunk.FileOffset)
+    if (inChunk.FileOffset > mFileSize || inChunk.Size > mFileSize - inChunk.FileOffset || !mFrame.TryResize(inChunk.Size))
         return false;
-    mFrame.Resize(inChunk.Size);
     mFile.clear();
     mFile.seekg(static_cast<std::streamoff>(inChunk.FileOffset));
     mFile.read(reinterpret_cast<char*>(mFrame.GetData()), static_cast<std::streamsize>(inChunk.Size));

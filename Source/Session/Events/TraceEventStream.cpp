@@ -91,6 +91,9 @@ bool TraceEventStream::AddEvent(const TraceEvent& inEvent, Utility::ErrorState& 
 bool TraceEventStream::AddEvent(const TraceEvent& inEvent, const std::string& inIndexPath, const std::string& inDataPath,
                                 Utility::ErrorState& ioErrors)
 {
+    // What a chunk has no room for can't be taken before the chunk is written.
+    if (mPending.IsFull() && !FlushChunk(inIndexPath, inDataPath, ioErrors))
+        return false;
     if (!mPending.Add(inEvent))
         return true;
     ++mNumEvents;
@@ -103,7 +106,7 @@ bool TraceEventStream::FlushStream(Utility::ErrorState& ioErrors)
     return FlushChunk(mIndexPath, mDataPath, ioErrors) && MakeMissingFiles({mIndexPath, mDataPath}, ioErrors);
 }
 
-bool TraceEventStream::MakeMissingFiles(const FilePair& inFiles, Utility::ErrorState& ioErrors) const
+bool TraceEventStream::MakeMissingFiles(const FilePair& inFiles, Utility::ErrorState& ioErrors)
 {
     if (!FileSystem::gExists(inFiles.Index) && !WriteIndex(inFiles.Index, ioErrors))
         return false;
@@ -117,7 +120,7 @@ bool TraceEventStream::MakeMissingFiles(const FilePair& inFiles, Utility::ErrorS
 bool TraceEventStream::FlushChunk(const std::string& inIndexPath, const std::string& inDataPath, Utility::ErrorState& ioErrors)
 {
     if (mPending.GetNumEvents() == 0)
-        return true;
+        return !mIsIndexStale || WriteIndex(inIndexPath, ioErrors);
     Chunk chunk;
     if (!AppendToFile(inDataPath, chunk, ioErrors))
         return false;
@@ -128,6 +131,7 @@ bool TraceEventStream::FlushChunk(const std::string& inIndexPath, const std::str
     chunk.Threads = mPending.GetThreads();
     mChunks.push_back(std::move(chunk));
     mPending.Clear();
+    mIsIndexStale = true;
     return WriteIndex(inIndexPath, ioErrors);
 }
 
@@ -159,10 +163,13 @@ bool TraceEventStream::AppendToFile(const std::string& inDataPath, Chunk& outChu
     return true;
 }
 
-bool TraceEventStream::WriteIndex(const std::string& inIndexPath, Utility::ErrorState& ioErrors) const
+bool TraceEventStream::WriteIndex(const std::string& inIndexPath, Utility::ErrorState& ioErrors)
 {
     const RTTI::Object* object = this;
-    return Serialization::gReplaceFileWithObjects(inIndexPath, {&object, 1}, ioErrors);
+    if (!Serialization::gReplaceFileWithObjects(inIndexPath, {&object, 1}, ioErrors))
+        return false;
+    mIsIndexStale = false;
+    return true;
 }
 
 } // namespace Profiler

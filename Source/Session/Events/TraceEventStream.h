@@ -69,8 +69,9 @@ public:
     [[nodiscard]] static std::unique_ptr<TraceEventStream> sLoad(const std::string& inDirectory, const RTTI::Registry& inRegistry,
                                                                  Serialization::ReaderErrorState& ioErrors);
 
-    // Appends an event, which must not lie before those that are there. False if a chunk was due and couldn't be written; the
-    // events are kept, and the next chunk has them too. An event of kind Invalid isn't stored.
+    // Appends an event, which must not lie before those that are there. False if a chunk was due and it or the index couldn't be
+    // written; the events are kept, and the next flush writes what is missing. An event of kind Invalid isn't stored. One that
+    // comes when the pending ones fill a chunk that can't be written isn't taken.
     [[nodiscard]] bool AddEvent(const TraceEvent& inEvent, Utility::ErrorState& ioErrors);
     [[nodiscard]] bool AddEvent(const TraceEvent& inEvent, const std::string& inIndexPath, const std::string& inDataPath,
                                 Utility::ErrorState& ioErrors);
@@ -108,8 +109,8 @@ private:
 
     [[nodiscard]] bool FlushChunk(const std::string& inIndexPath, const std::string& inDataPath, Utility::ErrorState& ioErrors);
     [[nodiscard]] bool AppendToFile(const std::string& inDataPath, Chunk& outChunk, Utility::ErrorState& ioErrors);
-    [[nodiscard]] bool WriteIndex(const std::string& inIndexPath, Utility::ErrorState& ioErrors) const;
-    [[nodiscard]] bool MakeMissingFiles(const FilePair& inFiles, Utility::ErrorState& ioErrors) const;
+    [[nodiscard]] bool WriteIndex(const std::string& inIndexPath, Utility::ErrorState& ioErrors);
+    [[nodiscard]] bool MakeMissingFiles(const FilePair& inFiles, Utility::ErrorState& ioErrors);
 
     [[nodiscard]] bool ConvertChunks(const FilePair& inTemporary, const bool& inIsCanceled, Utility::ErrorState& ioErrors,
                                      const Utility::ProgressFunction& inProgress);
@@ -124,6 +125,7 @@ private:
     std::vector<Chunk> mChunks;
     uint32_t mEventDataVersion;
     EventChunkBuilder mPending;
+    bool mIsIndexStale = false; // lacks a chunk that was written
     Utility::Compressor mCompressor;
     Utility::ByteBuffer mFrame; // work space of FlushChunk
 };

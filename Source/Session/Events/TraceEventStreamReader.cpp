@@ -110,7 +110,8 @@ bool TraceEventStreamReader::ReadChunk()
     // Before anything of that size is allocated.
     if (chunk.FileOffset > mFileSize || chunk.Size > mFileSize - chunk.FileOffset)
         return Fail("a chunk lies behind the end of the file");
-    mFrame.Resize(chunk.Size);
+    if (!mFrame.TryResize(chunk.Size))
+        return Fail("a chunk doesn't fit into memory");
     mFile.clear();
     mFile.seekg(static_cast<std::streamoff>(chunk.FileOffset));
     mFile.read(reinterpret_cast<char*>(mFrame.GetData()), static_cast<std::streamsize>(chunk.Size));

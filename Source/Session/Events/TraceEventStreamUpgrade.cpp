@@ -47,17 +47,26 @@ void gDeleteFiles(const std::string& inIndexPath, const std::string& inDataPath)
 bool TraceEventStream::UpgradeStream(const bool& inIsCanceled, Utility::ErrorState& ioErrors,
                                      const Utility::ProgressFunction& inProgress)
 {
-    Utility::gLog("Upgrading event stream from version %u to %u", mEventDataVersion, sColumnarVersion);
+    Utility::gLog("Upgrading event stream from version %d to %d", static_cast<int32_t>(mEventDataVersion),
+                  static_cast<int32_t>(sColumnarVersion));
     if (mEventDataVersion != sPlainVersion)
         return true;
     const FilePair temporary{FileSystem::gChangeStem(mIndexPath, "events_tmp"), FileSystem::gChangeStem(mDataPath, "events_tmp")};
     // Those of an attempt that broke off; chunks would be appended to them.
     gDeleteFiles(temporary.Index, temporary.Data);
+    const uint64_t oldNumEvents = mNumEvents;
+    const std::vector<Chunk> oldChunks = mChunks;
     const bool isConverted = ConvertChunks(temporary, inIsCanceled, ioErrors, inProgress) && !System::gIsCanceled(inIsCanceled) &&
                              MakeMissingFiles(temporary, ioErrors);
     if (isConverted && ReplaceFiles(temporary, ioErrors))
         return true;
     gDeleteFiles(temporary.Index, temporary.Data);
+    // As the files say, so that nobody who goes on with the object writes anything else to them.
+    mNumEvents = oldNumEvents;
+    mChunks = oldChunks;
+    mEventDataVersion = sPlainVersion;
+    mPending.Clear();
+    mIsIndexStale = false;
     return false;
 }
 
@@ -68,8 +77,9 @@ bool TraceEventStream::ConvertChunks(const FilePair& inTemporary, const bool& in
     errno = 0;
     FileSystem::gOpenRead(file, mDataPath, std::ios_base::in | std::ios_base::binary);
     uint64_t fileSize = 0;
-    if (!Utility::Check(ioErrors, file.is_open() && FileSystem::gGetFileSize(mDataPath, fileSize), sUpgradeError,
-                        "Unable to open event stream %s for upgrade. Error: %s", mDataPath, std::strerror(errno)))
+    const bool isOpen = file.is_open() && FileSystem::gGetFileSize(mDataPath, fileSize);
+    if (!Utility::Check(ioErrors, isOpen, sUpgradeError, "Unable to open event stream %s for upgrade. Error: %s", mDataPath,
+                        std::strerror(errno)))
         return false;
 
     const std::vector<Chunk> oldChunks = std::exchange(mChunks, {});
@@ -82,10 +92,9 @@ bool TraceEventStream::ConvertChunks(const FilePair& inTemporary, const bool& in
         if (System::gIsCanceled(inIsCanceled))
             return false;
         errno = 0;
-        bool isRead = chunk.FileOffset <= fileSize && chunk.Size <= fileSize - chunk.FileOffset;
+        bool isRead = chunk.FileOffset <= fileSize && chunk.Size <= fileSize - chunk.FileOffset && records.TryResize(chunk.Size);
         if (isRead)
         {
-            records.Resize(chunk.Size);
             file.seekg(static_cast<std::streamoff>(chunk.FileOffset));
             file.read(reinterpret_cast<char*>(records.GetData()), static_cast<std::streamsize>(chunk.Size));
             isRead = file.good();
