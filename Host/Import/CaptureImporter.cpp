@@ -21,6 +21,7 @@ constexpr int32_t sIdleThread = 0;
 constexpr int32_t sUnknownThread = -1;
 constexpr ThreadID sNoThread = -1; // of the session
 constexpr int sProgressSteps = 100;
+constexpr size_t sBytesKept = size_t{32} << 20;  // of the capture in memory, about
 constexpr uint32_t sMaxCpus = 65536;             // records that name a higher one are damaged
 constexpr uint64_t sNanosecondsOfSwitch = 10000; // from its tracepoint to its end, at most
 
@@ -79,9 +80,15 @@ bool CaptureImporter::Prepare(Utility::ErrorState& ioErrors)
 {
     mTracepoints.Load(mFile, mWarnings);
     mUsesWaking = mTracepoints.CanDecode(ETracepoint::SchedWaking);
+    const uint8_t* released = mFile.GetRecords().data();
     mStream.Scan(mFileHealth,
-                 [this](const PerfRecord& inRecord)
+                 [this, &released](const PerfRecord& inRecord)
                  {
+                     if (static_cast<size_t>(inRecord.Data - released) >= sBytesKept) [[unlikely]]
+                     {
+                         released = inRecord.Data;
+                         mFile.ReleasePages();
+                     }
                      if (inRecord.Event == nullptr)
                          return;
                      mActive.Note(inRecord);
@@ -148,6 +155,7 @@ bool CaptureImporter::Run(ITraceEventSink& ioSink, const ProgressFunction& inPro
     mErrors = &ioErrors;
     const uint64_t progressStep = mStream.GetTotalBytes() / sProgressSteps + 1;
     uint64_t nextProgress = progressStep;
+    uint64_t nextRelease = sBytesKept;
     PerfRecord record;
     const bool isCut = mFilter.StartMs > 0.0;
     while (mStream.Next(record) && record.Time <= mRangeEnd)
@@ -155,6 +163,11 @@ bool CaptureImporter::Run(ITraceEventSink& ioSink, const ProgressFunction& inPro
         mIsInRange = !isCut || record.Time >= mRangeStart;
         if (!HandleRecord(record))
             return false;
+        if (mStream.GetPassedBytes() >= nextRelease) [[unlikely]]
+        {
+            nextRelease += sBytesKept;
+            mFile.ReleasePages();
+        }
         if (mStream.GetPassedBytes() >= nextProgress) [[unlikely]]
         {
             nextProgress += progressStep;

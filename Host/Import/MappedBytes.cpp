@@ -71,6 +71,12 @@ std::unique_ptr<MappedBytes> MappedBytes::MapDescriptor(int inDescriptor, uint64
     return std::unique_ptr<MappedBytes>(new MappedBytes({static_cast<const uint8_t*>(address), inSize}));
 }
 
+void MappedBytes::ReleasePages() const
+{
+    if (!mBytes.empty())
+        madvise(const_cast<uint8_t*>(mBytes.data()), mBytes.size(), MADV_DONTNEED);
+}
+
 MappedBytes::~MappedBytes()
 {
     if (!mBytes.empty())

@@ -30,6 +30,9 @@ public:
 
     [[nodiscard]] std::span<const uint8_t> GetBytes() const { return mBytes; }
 
+    // Lets go of the memory of what was read; what is read again comes from the file's cache.
+    void ReleasePages() const;
+
 private:
     explicit MappedBytes(std::span<const uint8_t> inBytes) : mBytes(inBytes) {}
 

@@ -486,6 +486,15 @@ bool PerfFile::Open(const std::string& inPath, Utility::ErrorState& ioErrors)
     return mMapping != nullptr && OpenImage(mMapping->GetBytes(), inPath, ioErrors);
 }
 
+void PerfFile::ReleasePages() const
+{
+    for (const MappedBytes* bytes : {mMapping.get(), mDecompressed.get()})
+    {
+        if (bytes != nullptr)
+            bytes->ReleasePages();
+    }
+}
+
 bool PerfFile::OpenImage(std::span<const uint8_t> inImage, const std::string& inName, Utility::ErrorState& ioErrors)
 {
     mPath = inName;

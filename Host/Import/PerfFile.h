@@ -61,6 +61,9 @@ public:
 
     [[nodiscard]] bool IsCompressed() const { return mIsCompressed; }
 
+    // Lets go of the memory of the records that were read. They can be read again, and pointers to them hold.
+    void ReleasePages() const;
+
     // The event with the given id among its IDs; null if no event has it. An id of 0 is what records that perf itself wrote
     // carry: it gives the first event.
     [[nodiscard]] const PerfEvent* FindEvent(uint64_t inID) const
