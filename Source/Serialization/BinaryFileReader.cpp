@@ -91,7 +91,12 @@ std::unique_ptr<RTTI::Object> BinaryFileReader::ReadObject(const RTTI::Type& inT
                EReaderError::Corrupt, "There was an error reading from file"))
         return nullptr;
     MemoryReadStream stream(bytes.GetData(), bytes.GetSize());
-    return ReadTableObject(*entry, stream, ioErrors);
+    std::unique_ptr<RTTI::Object> object = ReadTableObject(*entry, stream, ioErrors);
+    // The table and the object itself each name a class, and the caller relies on the one that it asked for.
+    if (object != nullptr && !Check(ioErrors, RTTI::gIsDerivedFrom(object->GetType(), inType), EReaderError::Corrupt,
+                                    "The data are corrupt: an object is of another class than the table says"))
+        return nullptr;
+    return object;
 }
 
 bool BinaryFileReader::ReadObjects(std::vector<std::unique_ptr<RTTI::Object>>& ioObjects, ReaderErrorState& ioErrors)

@@ -1,11 +1,11 @@
 #include "Session/Session.h"
 
-#include "FileSystem/Path.h"
 #include "Session/Host/PluginManagers.h"
 #include "Session/Modules/ThreadNaming.h"
 #include "Session/Pass/ChunkTime.h"
 #include "Session/Pass/Model.h"
 #include "Session/Pass/ModelPlugin.h"
+#include "Session/SessionPaths.h"
 #include "Utility/Assert.h"
 
 #include <algorithm>
@@ -252,7 +252,7 @@ Model* Session::GetModel(const Utility::GUID& inPluginID) const
 
 std::string Session::GetDirectory() const
 {
-    return FileSystem::gGetDirectory(mPath);
+    return gGetFolderOf(mPath);
 }
 
 void Session::SetPerformanceAPIVersion(uint32_t inVersion)

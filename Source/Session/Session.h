@@ -240,6 +240,7 @@ private:
                                               const bool& inIsCanceled, const Utility::ProgressFunction& inProgress);
     void CompleteThreads();
 
+    [[nodiscard]] bool SaveModels(Utility::ErrorState& ioErrors);
     [[nodiscard]] bool SaveCallstacks(Utility::ErrorState& ioErrors) const;
     [[nodiscard]] bool SaveSessionFile(Utility::ErrorState& ioErrors) const;
 

@@ -38,9 +38,12 @@ bool Session::BuildBrokenStackIndex(const RTTI::Registry& inRegistry, Utility::E
     Utility::ProgressReporter progress(inProgress, mEventStream->GetNumEvents());
     TraceEvent event;
     CallstackCursor cursor;
-    bool hasEvent = true;
-    while (!System::gIsCanceled(inIsCanceled) && (hasEvent = reader.NextEvent(event)))
+    bool isStopped = false;
+    while (reader.NextEvent(event))
     {
+        isStopped = System::gIsCanceled(inIsCanceled);
+        if (isStopped)
+            break;
         progress.Report(reader.GetEventsRead());
         // A pass drops events at impossible times, so no range may begin or end at one.
         if (GetProcess(event.ProcessID) == nullptr || !gIsPlaceableTime(sLevel0ChunkLengthMs, event.TimeMs))
@@ -56,9 +59,7 @@ bool Session::BuildBrokenStackIndex(const RTTI::Registry& inRegistry, Utility::E
     // Ranges from a part of the events must not be taken for all of them, unless the user wanted no more.
     if (!reader.CheckSound(ioErrors))
         return false;
-    // A cancellation that comes after the last event has stopped nothing.
-    const bool isAtEnd = !hasEvent;
-    return writer.Finish(ioErrors) && mBrokenStacks.Load(inRegistry, ioErrors) && isAtEnd;
+    return writer.Finish(ioErrors) && mBrokenStacks.Load(inRegistry, ioErrors) && !isStopped;
 }
 
 } // namespace Profiler

@@ -30,6 +30,7 @@ Session::~Session() = default;
 
 bool Session::CreateModels(Utility::ErrorState& ioErrors)
 {
+    mDispatcher.reset(); // of a pass that failed
     mModelsToReprocess.clear();
     mModelsToSave.clear();
     mModels.clear();
@@ -55,6 +56,8 @@ bool Session::BeginProcessing(Utility::ErrorState& ioErrors)
 
 bool Session::BeginProcessing(const std::vector<Model*>& inModels, Utility::ErrorState& ioErrors)
 {
+    if (mSharedModel == nullptr)
+        mSharedModel = std::make_unique<SharedModel>(*this);
     mDispatcher = std::make_unique<EventDispatcher>(*this, mSharedModel->GetFiberState(), mBrokenStacks, inModels);
     mModelsToSave = inModels;
     return mDispatcher->BeginProcessing(ioErrors);
@@ -65,17 +68,16 @@ bool Session::ProcessEvents(Utility::ErrorState& ioErrors, const bool& inIsCance
     TraceEventStreamReader reader = mEventStream->CreateReader(0.0);
     Utility::ProgressReporter progress(inProgress, mEventStream->GetNumEvents());
     TraceEvent event;
-    bool hasEvent = true;
-    while (!System::gIsCanceled(inIsCanceled) && (hasEvent = reader.NextEvent(event)))
+    while (reader.NextEvent(event))
     {
+        if (System::gIsCanceled(inIsCanceled))
+            return false;
         progress.Report(reader.GetEventsRead());
         UpdateThreadFromEvent(event);
         if (!mDispatcher->Dispatch(event, ioErrors))
             return false;
     }
-    // A cancellation that comes after the last event has stopped nothing.
-    const bool isAtEnd = !hasEvent;
-    return reader.CheckSound(ioErrors) && isAtEnd;
+    return reader.CheckSound(ioErrors);
 }
 
 // Unlike ProcessEvents, which brings every event to the models: what is known of the processes is complete by now, so events of
@@ -144,7 +146,11 @@ bool Session::FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, 
     mDispatcher.reset();
     mCallstackTrie.FinishCallstacks();
     if (System::gIsCanceled(inIsCanceled))
+    {
+        // What the models were told to leave undone must not be stored later either.
+        mModelsToSave.clear();
         return true;
+    }
     return SaveSession(ioErrors);
 }
 

@@ -14,11 +14,17 @@ bool gIsSessionFile(const std::string& inPath)
 
 } // namespace
 
+std::string gGetFolderOf(const std::string& inPath)
+{
+    std::string directory = FileSystem::gGetDirectory(inPath);
+    return directory.empty() && FileSystem::gIsAbsolutePath(inPath) ? "/" : directory;
+}
+
 std::string gGetSessionFolder(const std::string& inPath)
 {
     if (gIsSessionFile(inPath))
-        return FileSystem::gGetDirectory(inPath);
-    return FileSystem::gCombinePath(FileSystem::gGetDirectory(inPath), FileSystem::gGetFileStem(inPath));
+        return gGetFolderOf(inPath);
+    return FileSystem::gCombinePath(gGetFolderOf(inPath), FileSystem::gGetFileStem(inPath));
 }
 
 std::string gGetSessionFilePath(const std::string& inPath)

@@ -16,6 +16,9 @@ inline constexpr const char* sSessionExtension = "session";
 inline constexpr const char* sSharedFolder = "Shared";
 inline constexpr const char* sViewStateFolder = "ViewState";
 
+// The directory of a file; "/" for a file directly below it.
+[[nodiscard]] std::string gGetFolderOf(const std::string& inPath);
+
 // The folder of the session that a session file or a capture belongs to.
 [[nodiscard]] std::string gGetSessionFolder(const std::string& inPath);
 

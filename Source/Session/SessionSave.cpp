@@ -1,5 +1,6 @@
 // Writing a session.
 #include "Serialization/BinaryWriter.h"
+#include "Session/Pass/EventDispatcher.h"
 #include "Session/Pass/Model.h"
 #include "Session/Session.h"
 #include "Session/SharedModel.h"
@@ -11,15 +12,22 @@ namespace Profiler
 
 bool Session::SaveSession(Utility::ErrorState& ioErrors)
 {
-    if (!SaveSharedModel(ioErrors))
+    // A pass that was broken off has left nothing that could be trusted.
+    const bool isPassOver = mDispatcher == nullptr && mSharedModel != nullptr;
+    if (isPassOver && !(SaveSharedModel(ioErrors) && SaveModels(ioErrors)))
         return false;
+    return mEventStream->FlushStream(ioErrors) && SaveCallstacks(ioErrors) && SaveSessionFile(ioErrors);
+}
+
+bool Session::SaveModels(Utility::ErrorState& ioErrors)
+{
     while (!mModelsToSave.empty())
     {
         if (!mModelsToSave.front()->SaveModel(ioErrors))
             return false;
         mModelsToSave.erase(mModelsToSave.begin());
     }
-    return mEventStream->FlushStream(ioErrors) && SaveCallstacks(ioErrors) && SaveSessionFile(ioErrors);
+    return true;
 }
 
 bool Session::SaveCallstacks(Utility::ErrorState& ioErrors) const

@@ -238,6 +238,19 @@ TEST_F(BinaryContainerTest, FindsOneObjectWithoutTheOthers)
     EXPECT_TRUE(objects.empty()) << "an object was decoded before all hashes were checked";
 }
 
+TEST_F(BinaryContainerTest, AnObjectOfAnotherClassThanTheTableSaysIsRefused)
+{
+    HandMadeContainer container = MakeTwoItems(4);
+    container.Objects.resize(1);
+    container.Objects[0].TableName = "Serialization::Schema";
+    Store(container.Build());
+    BinaryFileReader reader = mBuild.MakeFileReader();
+    ReaderErrorState errors;
+    ASSERT_TRUE(reader.Open(At("file"), errors));
+    EXPECT_EQ(reader.ReadObject(RTTI::gTypeOf<Schema>(), errors), nullptr);
+    EXPECT_EQ(Build::GetFirstError(errors), "6: The data are corrupt: an object is of another class than the table says");
+}
+
 TEST_F(BinaryContainerTest, FilesWithoutATableContainNothingToLookUp)
 {
     Store(MakeTwoItems(2).BuildWithoutTable());

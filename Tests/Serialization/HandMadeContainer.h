@@ -67,7 +67,8 @@ inline Bytes gTakeLastCompound(const Bytes& inContainer, std::string_view inType
 struct RootObject
 {
     std::string TypeName;
-    Bytes Compound; // with its size
+    Bytes Compound;             // with its size
+    std::string TableName = {}; // what the table says instead, if anything
 
     [[nodiscard]] Bytes GetBytes() const { return gJoin({gString(TypeName), Compound}); }
 };
@@ -115,8 +116,9 @@ private:
         {
             const Bytes bytes = object.GetBytes();
             const uint64_t size = bytes.size();
-            parts.push_back(gJoin({gString(object.TypeName), gNumber(offset), gNumber(size), gNumber(uint64_t{1}),
-                                   gNumber(uint64_t{0}), gNumber(size), gNumber(Utility::gHash64(bytes.data(), bytes.size()))}));
+            parts.push_back(gJoin({gString(object.TableName.empty() ? object.TypeName : object.TableName), gNumber(offset),
+                                   gNumber(size), gNumber(uint64_t{1}), gNumber(uint64_t{0}), gNumber(size),
+                                   gNumber(Utility::gHash64(bytes.data(), bytes.size()))}));
             offset += size;
         }
         return gJoin(parts);

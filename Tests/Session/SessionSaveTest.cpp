@@ -111,6 +111,25 @@ TEST_F(SessionSaveTest, AFolderThatCanNotBeWrittenLeavesTheOldSessionWhole)
     EXPECT_EQ(Read("game.session"), stored.at("game.session"));
 }
 
+TEST_F(SessionSaveTest, APassThatWasBrokenOffLeavesNothingThatIsTrusted)
+{
+    StoreEvents("3 sample A main\n4 sample A main");
+    mFirst.OnCall = [this](const std::string& inCall) { mIsCanceled = mIsCanceled || inCall.starts_with("event"); };
+    ASSERT_EQ(RunPass(), "process");
+    TakeCalls();
+    EXPECT_TRUE(GetSession().SaveSession(mErrors));
+    EXPECT_THAT(TakeCalls(), IsEmpty());
+    EXPECT_FALSE(Exists("Shared/Model.dat"));
+
+    // One that is broken off at its end.
+    mIsCanceled = false;
+    mFirst.OnCall = [this](const std::string& inCall) { mIsCanceled = mIsCanceled || inCall == "finish"; };
+    ASSERT_EQ(RunPass(), "");
+    TakeCalls();
+    EXPECT_TRUE(GetSession().SaveSession(mErrors));
+    EXPECT_THAT(TakeCalls(), IsEmpty()) << "no model is saved";
+}
+
 TEST_F(SessionSaveTest, ANewSessionMakesItsFolders)
 {
     Remove("");
