@@ -1,36 +1,20 @@
 // Makes the first inputs of the fuzz targets whose format this system writes itself, with its own writers:
 //
 //     FuzzSeeds FOLDER    writes FOLDER/<target>/<number> for each of them
+#include "Tests/Fuzz/SeedFolder.h"
+#include "Tests/Fuzz/SessionSeeds.h"
 #include "Tests/Fuzz/ShopWorld.h"
 #include "Tests/Serialization/HandMadeContainer.h"
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 namespace
 {
 
 using namespace Serialization;
-
-class SeedFolder
-{
-public:
-    explicit SeedFolder(std::filesystem::path inPath) : mPath(std::move(inPath)) { std::filesystem::create_directories(mPath); }
-
-    void Add(const void* inData, size_t inSize)
-    {
-        std::ofstream file(mPath / std::to_string(mCount++), std::ios::binary);
-        file.write(static_cast<const char*>(inData), static_cast<std::streamsize>(inSize));
-        Fuzz::gExpect(file.good());
-    }
-    void Add(const std::string& inText) { Add(inText.data(), inText.size()); }
-
-private:
-    std::filesystem::path mPath;
-    int mCount = 0;
-};
+using Fuzz::SeedFolder;
 
 std::string gMakeJSON(std::vector<const RTTI::Object*> inObjects)
 {
@@ -55,7 +39,7 @@ Utility::ByteBuffer gMakeContainer(std::vector<const RTTI::Object*> inObjects)
     return buffer;
 }
 
-void gMakeSeeds(const std::filesystem::path& inFolder)
+void gMakeShopSeeds(const std::filesystem::path& inFolder)
 {
     static_cast<void>(Fuzz::gGetShopRegistry());
     SeedFolder containers(inFolder / "ContainerFuzzer");
@@ -99,6 +83,7 @@ int main(int inCount, char** inArguments)
         std::fputs("usage: FuzzSeeds FOLDER\n", stderr);
         return 1;
     }
-    gMakeSeeds(inArguments[1]);
+    gMakeShopSeeds(inArguments[1]);
+    Fuzz::gMakeSessionSeeds(inArguments[1]);
     return 0;
 }

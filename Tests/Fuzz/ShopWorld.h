@@ -4,10 +4,10 @@
 #include "Serialization/BinaryMemoryStreamReader.h"
 #include "Serialization/BinaryWriter.h"
 #include "Serialization/JSON.h"
+#include "Tests/Fuzz/Expect.h"
 #include "Tests/Serialization/ShopRandom.h"
 #include "Tests/Support/TestRegistry.h"
 
-#include <cstdlib>
 #include <memory>
 #include <vector>
 
@@ -20,12 +20,6 @@ inline const RTTI::Registry& gGetShopRegistry()
 {
     static const std::unique_ptr<RTTI::Registry> sRegistry = gMakeRegistry<Shop::Shelf, Shop::Tool>();
     return *sRegistry;
-}
-
-inline void gExpect(bool inHolds)
-{
-    if (!inHolds)
-        std::abort();
 }
 
 inline bool gReadContainer(const uint8_t* inData, size_t inSize, Serialization::ReadObjectMode inMode, Objects& outObjects,

@@ -473,6 +473,18 @@ TEST_F(StreamUpgradeTest, OldEventsComeBackInTheNewLayout)
     EXPECT_TRUE(Upgrade()) << "nothing is left to do";
 }
 
+TEST_F(StreamUpgradeTest, ChunksOfAnotherLayoutAreNotTakenForThoseOfToday)
+{
+    Make();
+    AddSamples({1.0}, 1);
+    for (const uint32_t version : {TraceEventStream::sPlainVersion, TraceEventStream::sColumnarVersion + 1})
+    {
+        *GetField<uint32_t>(*mStream, "EventDataVersion") = version;
+        EXPECT_EQ(ReadFailure(),
+                  "Unable to read from event stream " + At("events.dat") + ": its chunks don't have the layout of today");
+    }
+}
+
 TEST_F(StreamUpgradeTest, AStreamWithoutEventsIsUpgradedToo)
 {
     WriteBytes("events.dat", {});

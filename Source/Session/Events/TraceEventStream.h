@@ -90,7 +90,8 @@ public:
     [[nodiscard]] bool UpgradeStream(const bool& inIsCanceled, Utility::ErrorState& ioErrors,
                                      const Utility::ProgressFunction& inProgress);
 
-    // A reader in front of the first event that isn't below the time, in milliseconds. REQUIRES: the stream outlives it.
+    // A reader in front of the first event that isn't below the time, in milliseconds; of a stream that needs an upgrade it gives
+    // no event, and fails. REQUIRES: the stream outlives it.
     [[nodiscard]] TraceEventStreamReader CreateReader(double inStartTimeMs) const;
 
     [[nodiscard]] uint64_t GetNumEvents() const { return mNumEvents; }

@@ -40,6 +40,12 @@ TraceEventStreamReader::TraceEventStreamReader(const TraceEventStream& inStream,
     const std::vector<TraceEventStream::Chunk>& chunks = inStream.GetChunks();
     if (chunks.empty() || inStartTimeMs > chunks.back().EndTime)
         return;
+    // Bytes of one layout may well pass for another.
+    if (inStream.NeedsUpgrade())
+    {
+        Fail("its chunks don't have the layout of today");
+        return;
+    }
     OpenFile();
     mChunk = FindChunk(inStartTimeMs);
     if (LoadChunk())
