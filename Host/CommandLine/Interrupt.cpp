@@ -2,6 +2,8 @@
 
 #include <signal.h>
 
+#include <initializer_list>
+
 namespace Host
 {
 namespace
@@ -9,18 +11,26 @@ namespace
 
 bool sIsInterrupted = false; // a byte, as the passes take it; only ever written here
 
+void gSetHandler(void (*inHandler)(int))
+{
+    for (const int signal : {SIGINT, SIGTERM})
+    {
+        // What a shell lets a program ignore, as that of a script's background, stays ignored.
+        struct sigaction action = {};
+        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN)
+            continue;
+        action = {};
+        action.sa_handler = inHandler;
+        action.sa_flags = SA_RESTART;
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+// Whichever of the signals comes next, it ends the process.
 extern "C" void gOnInterrupt(int)
 {
     sIsInterrupted = true;
-}
-
-void gSetHandler(void (*inHandler)(int))
-{
-    struct sigaction action = {};
-    action.sa_handler = inHandler;
-    action.sa_flags = SA_RESETHAND | SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    gSetHandler(SIG_DFL);
 }
 
 } // namespace

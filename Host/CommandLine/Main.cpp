@@ -1,6 +1,7 @@
 // The reference host's command line.
 
 #include "FileSystem/Path.h"
+#include "Host/CommandLine/FailureText.h"
 #include "Host/CommandLine/ImportCommand.h"
 #include "Host/CommandLine/InfoCommand.h"
 #include "Host/CommandLine/ProcessCommand.h"
@@ -33,11 +34,9 @@ std::string gGetDefaultPluginPath()
     return FileSystem::gChangeFileName(program, "ThreadsModelPlugin.so");
 }
 
-// Failures take one line: the oldest entry says what went wrong, later ones what that led to.
 int gReportFailure(const Utility::ErrorState& inErrors)
 {
-    const std::string text = inErrors.GetEntries().empty() ? "unknown failure" : inErrors.GetEntries().front().Message;
-    std::fprintf(stderr, "brenvaldoris: %s\n", text.c_str());
+    std::fprintf(stderr, "brenvaldoris: %s\n", Host::gGetFailureText(inErrors).c_str());
     return sFailure;
 }
 

@@ -9,6 +9,9 @@
 #include "Session/SessionPaths.h"
 #include "Utility/Clock.h"
 
+#include <algorithm>
+#include <filesystem>
+
 namespace Host
 {
 namespace
@@ -25,8 +28,10 @@ public:
 
     [[nodiscard]] bool OnEvent(const Profiler::TraceEvent& inEvent, ErrorState& ioErrors) override
     {
-        return gCheckNotCanceled(mIsCanceled, ioErrors) && mStream.AddEvent(inEvent, ioErrors);
+        return CheckGoesOn(ioErrors) && mStream.AddEvent(inEvent, ioErrors);
     }
+
+    [[nodiscard]] bool CheckGoesOn(ErrorState& ioErrors) override { return gCheckNotCanceled(mIsCanceled, ioErrors); }
 
 private:
     Profiler::TraceEventStream& mStream;
@@ -40,16 +45,31 @@ std::string gGetTargetPath(const SessionImportOptions& inOptions)
                                                                         : FileSystem::gCombinePath(inOptions.OutputFolder, name));
 }
 
-// Only a session may be replaced, and only on demand; a folder of that name that is none belongs to somebody else.
-bool gCheckTarget(const std::string& inSessionPath, bool inReplaces, ErrorState& ioErrors)
+// Whether something lies in a folder, or further below it.
+bool gIsBelow(const std::string& inPath, const std::string& inFolder)
 {
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::weakly_canonical(inPath, error);
+    const std::filesystem::path folder = std::filesystem::weakly_canonical(inFolder, error);
+    return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first == folder.end();
+}
+
+// Only a session may be replaced, and only on demand; a folder of that name that is none belongs to somebody else.
+bool gCheckTarget(const SessionImportOptions& inOptions, const std::string& inSessionPath, ErrorState& ioErrors)
+{
+    // The file would count as the session, and its folder as that of the session.
+    if (!Utility::Check(ioErrors, FileSystem::gGetExtension(inOptions.CapturePath) != Profiler::sSessionExtension, 0,
+                        "%s is a capture but named like a session; rename it", inOptions.CapturePath))
+        return false;
     const std::string folder = Profiler::gGetSessionFolder(inSessionPath);
     if (!FileSystem::gExists(folder))
         return true;
     if (!Utility::Check(ioErrors, FileSystem::gExists(inSessionPath), 0,
                         "%s exists and is no session; choose another place with --output", folder))
         return false;
-    return Utility::Check(ioErrors, inReplaces, 0, "The session %s exists; --force replaces it", inSessionPath);
+    return Utility::Check(ioErrors, inOptions.Replaces, 0, "The session %s exists; --force replaces it", inSessionPath) &&
+           Utility::Check(ioErrors, !gIsBelow(inOptions.CapturePath, folder), 0,
+                          "The capture %s lies in the folder of the session that it would replace", inOptions.CapturePath);
 }
 
 bool gStoreEvents(CaptureImporter& ioImporter, Session& ioSession, const bool& inIsCanceled, ErrorState& ioErrors)
@@ -98,7 +118,7 @@ bool gImportSession(const SessionImportOptions& inOptions, Workspace& ioWorkspac
     const double start = Utility::gGetMonotonicSeconds();
     outResult.SessionPath = gGetTargetPath(inOptions);
     PerfFile file;
-    if (!file.Open(inOptions.CapturePath, ioErrors) || !gCheckTarget(outResult.SessionPath, inOptions.Replaces, ioErrors))
+    if (!file.Open(inOptions.CapturePath, ioErrors) || !gCheckTarget(inOptions, outResult.SessionPath, ioErrors))
         return false;
     StagedFolder folder(Profiler::gGetSessionFolder(outResult.SessionPath));
     if (!folder.Make(ioErrors))
@@ -119,7 +139,7 @@ bool gImportSession(const SessionImportOptions& inOptions, Workspace& ioWorkspac
     if (!gRunPass(*session, folder.GetStagingPath(), ioWorkspace.GetRegistry(), inIsCanceled, outResult.Report, ioErrors))
         return false;
     gCountContents(*session, outResult);
-    if (!folder.Commit(ioErrors))
+    if (!folder.Commit(inOptions.Replaces, ioErrors))
         return false;
     outResult.ReadSeconds = read - start;
     outResult.PassSeconds = Utility::gGetMonotonicSeconds() - read;

@@ -2,6 +2,7 @@
 
 #include "FileSystem/File.h"
 #include "FileSystem/Path.h"
+#include "Host/CommandLine/FailureText.h"
 #include "Session/Events/TraceEventStreamReader.h"
 #include "Session/Pass/Model.h"
 #include "Session/SessionPaths.h"
@@ -18,11 +19,6 @@ namespace
 {
 
 using Utility::gFormat;
-
-std::string gGetFirstMessage(const Utility::ErrorList& inErrors)
-{
-    return inErrors.GetEntries().empty() ? std::string() : inErrors.GetEntries().front().Message;
-}
 
 unsigned long long gToPrinted(uint64_t inCount)
 {
@@ -50,7 +46,7 @@ StoreState gInspectEvents(const std::string& inFolder, const RTTI::Registry& inR
     Serialization::ReaderErrorState errors;
     const std::unique_ptr<Profiler::TraceEventStream> stream = Profiler::TraceEventStream::sLoad(inFolder, inRegistry, errors);
     if (stream == nullptr)
-        return {"events", false, gGetFirstMessage(errors)};
+        return {"events", false, gGetFailureText(errors)};
     const uint64_t count = stream->GetNumEvents();
     if (stream->NeedsUpgrade())
         return {"events", true, gFormat("%llu events in an old layout, to be upgraded", gToPrinted(count))};
@@ -78,7 +74,7 @@ StoreState gInspectStacks(const std::string& inFolder, Profiler::Session* inSess
     Serialization::ReaderErrorState errors;
     Profiler::CallstackTrie trie;
     if (!trie.LoadCallstacks(path, errors))
-        return {"stacks", false, gGetFirstMessage(errors)};
+        return {"stacks", false, gGetFailureText(errors)};
     return {"stacks", true, gFormat("%llu nodes", gToPrinted(trie.GetNodeCount()))};
 }
 
@@ -87,7 +83,7 @@ StoreState gInspectBrokenStacks(const std::string& inFolder, const RTTI::Registr
     Utility::ErrorState errors;
     Profiler::BrokenStackHolder holder(inFolder);
     if (!holder.Load(inRegistry, errors))
-        return {"broken stacks", false, gGetFirstMessage(errors) + "; to be found again"};
+        return {"broken stacks", false, gGetFailureText(errors) + "; to be found again"};
     return {"broken stacks", true, gFormat("in %zu threads", holder.GetIndex()->ChunksByThread.size())};
 }
 
@@ -95,7 +91,7 @@ StoreState gInspectSharedModel(Profiler::Session& ioSession, const RTTI::Registr
 {
     Serialization::ReaderErrorState errors;
     if (ioSession.LoadSharedModel(inRegistry, errors) == nullptr)
-        return {"shared model", false, gGetFirstMessage(errors) + "; to be built again"};
+        return {"shared model", false, gGetFailureText(errors) + "; to be built again"};
     return {"shared model", true, "stored"};
 }
 
@@ -105,6 +101,14 @@ StoreState gInspectModels(const Profiler::Session& inSession)
     const size_t count = inSession.GetModels().size();
     return {"models", toBuild == 0,
             toBuild == 0 ? gFormat("%zu stored", count) : gFormat("%zu of %zu to be built", toBuild, count)};
+}
+
+StoreState gInspectReport(const std::string& inFolder, const ImportReport* inReport)
+{
+    if (inReport != nullptr)
+        return {"import report", true, "stored"};
+    const bool isThere = FileSystem::gExists(gGetImportReportPath(inFolder));
+    return {"import report", false, isThere ? gGetImportReportPath(inFolder) + " can't be read" : "there is none"};
 }
 
 void gInspectContents(Profiler::Session& ioSession, const RTTI::Registry& inRegistry, SessionInspection& ioInspection)
@@ -134,7 +138,7 @@ SessionInspection gInspectSession(const std::string& inSessionPath, Workspace& i
     Utility::ErrorState errors;
     const std::unique_ptr<Profiler::Session> session = ioWorkspace.LoadSession(inSessionPath, flags, errors);
     inspection.CanBeOpened = session != nullptr;
-    inspection.Failure = gGetFirstMessage(errors);
+    inspection.Failure = session == nullptr ? gGetFailureText(errors) : std::string();
     inspection.Stores.push_back(
         {"session", inspection.CanBeOpened, inspection.CanBeOpened ? "can be opened" : inspection.Failure});
     inspection.Stores.push_back(gInspectEvents(folder, registry));
@@ -142,6 +146,7 @@ SessionInspection gInspectSession(const std::string& inSessionPath, Workspace& i
     inspection.Stores.push_back(gInspectBrokenStacks(folder, registry));
     if (session != nullptr)
         gInspectContents(*session, registry, inspection);
+    inspection.Stores.push_back(gInspectReport(folder, inspection.Report.get()));
     return inspection;
 }
 

@@ -41,7 +41,7 @@ struct SessionInspection
     size_t Modules = 0;
 
     std::vector<StoredFile> Files;        // by name
-    std::vector<StoreState> Stores;       // session, events, stacks, broken stacks, shared model, models
+    std::vector<StoreState> Stores;       // session, events, stacks, broken stacks, shared model, models, import report
     std::unique_ptr<ImportReport> Report; // null for a session without one
 };
 

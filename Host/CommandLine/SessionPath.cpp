@@ -5,6 +5,7 @@
 #include "Session/SessionPaths.h"
 
 #include <filesystem>
+#include <vector>
 
 namespace Host
 {
@@ -17,13 +18,30 @@ bool gIsFolder(const std::string& inPath)
     return std::filesystem::is_directory(inPath, error);
 }
 
-// The folder's name is the session's, unless the path is one like "." that doesn't tell it.
+// The session files directly in a folder.
+std::vector<std::string> gFindSessionFiles(const std::string& inFolder)
+{
+    std::vector<std::string> files;
+    std::error_code error;
+    std::filesystem::directory_iterator entries(inFolder, error);
+    for (; !error && entries != std::filesystem::directory_iterator(); entries.increment(error))
+        if (FileSystem::gGetExtension(entries->path().string()) == Profiler::sSessionExtension)
+            files.push_back(entries->path().string());
+    return files;
+}
+
+// The folder's name is the session's, unless the path is one like "." that doesn't tell it, or the folder got another name. Then
+// it is the only session file in it.
 std::string gGetFileOfFolder(const std::string& inFolder)
 {
     std::error_code error;
     const std::filesystem::path whole = std::filesystem::weakly_canonical(inFolder, error);
     const std::string folder = error ? inFolder : whole.string();
-    return FileSystem::gCombinePath(folder, FileSystem::gGetFileName(folder) + "." + Profiler::sSessionExtension);
+    std::string file = FileSystem::gCombinePath(folder, FileSystem::gGetFileName(folder) + "." + Profiler::sSessionExtension);
+    if (FileSystem::gExists(file))
+        return file;
+    const std::vector<std::string> others = gFindSessionFiles(folder);
+    return others.size() == 1 ? others.front() : file;
 }
 
 } // namespace

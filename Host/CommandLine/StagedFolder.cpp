@@ -4,6 +4,8 @@
 #include "FileSystem/File.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -37,20 +39,27 @@ StagedFolder::~StagedFolder()
     Utility::ErrorState errors;
     if (mIsMade)
         static_cast<void>(gDelete(mStagingPath, errors));
+    if (mLock != -1)
+        close(mLock);
 }
 
 bool StagedFolder::Make(Utility::ErrorState& ioErrors)
 {
-    if (!gDelete(mStagingPath, ioErrors))
-        return false;
     errno = 0;
-    mIsMade = FileSystem::gCreateDirectories(mStagingPath, FileSystem::sClosedToOthers);
-    return Utility::Check(ioErrors, mIsMade, 0, "Unable to make the folder %s: %s", mStagingPath, std::strerror(errno));
+    const bool isThere = FileSystem::gCreateDirectories(mStagingPath, FileSystem::sClosedToOthers);
+    mLock = isThere ? open(mStagingPath.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1;
+    if (!Utility::Check(ioErrors, mLock != -1, 0, "Unable to make the folder %s: %s", mStagingPath, std::strerror(errno)))
+        return false;
+    // The system lets go of the lock when a program ends in whatever way, so what it has left isn't locked.
+    if (!Utility::Check(ioErrors, flock(mLock, LOCK_EX | LOCK_NB) == 0, 0, "Another program is writing to %s", mStagingPath))
+        return false;
+    mIsMade = true;
+    return FileSystem::gDeleteDirectoryContents(mStagingPath, ioErrors) == FileSystem::EDeleteResult::Success;
 }
 
-bool StagedFolder::Commit(Utility::ErrorState& ioErrors)
+bool StagedFolder::Commit(bool inReplaces, Utility::ErrorState& ioErrors)
 {
-    const bool isReplaced = FileSystem::gExists(mPath);
+    const bool isReplaced = inReplaces && FileSystem::gExists(mPath);
     if (!gMove(mStagingPath, mPath, isReplaced, ioErrors))
         return false;
     mIsMade = false;

@@ -1,7 +1,7 @@
 // A folder that comes into being all at once: its files are written to another one beside it, which takes its place at the end.
 //
-// Threads: one. Ownership: deletes the folder beside it unless Commit has put it in place. Invariant: whatever happens, the
-// folder is as it was before or whole, and nothing else ever bears its name.
+// Threads: one. Ownership: deletes the folder beside it unless Commit has put it in place; a lock keeps other programs away from
+// it until then. Invariant: whatever happens, the folder is as it was before or whole, and nothing else ever bears its name.
 #pragma once
 
 #include "Utility/ErrorState.h"
@@ -21,11 +21,11 @@ public:
     StagedFolder(const StagedFolder&) = delete;
     StagedFolder& operator=(const StagedFolder&) = delete;
 
-    // Makes the folder beside it, empty. What an interrupted program has left there goes.
+    // Makes the folder beside it, empty. What an interrupted program has left there goes; false if another one is still at it.
     [[nodiscard]] bool Make(Utility::ErrorState& ioErrors);
 
-    // Puts it in place; a folder that is there makes way for it.
-    [[nodiscard]] bool Commit(Utility::ErrorState& ioErrors);
+    // Puts it in place. With inReplaces a folder that is there makes way for it; without, one that came meanwhile is a failure.
+    [[nodiscard]] bool Commit(bool inReplaces, Utility::ErrorState& ioErrors);
 
     // Where the files are to be written until then.
     [[nodiscard]] const std::string& GetStagingPath() const { return mStagingPath; }
@@ -34,6 +34,7 @@ private:
     std::string mPath;
     std::string mStagingPath;
     bool mIsMade = false;
+    int mLock = -1; // a descriptor of the folder beside it
 };
 
 } // namespace Host

@@ -1,8 +1,10 @@
 #include "Host/CommandLine/SummarizeCommand.h"
 
 #include "FileSystem/Path.h"
+#include "Host/CommandLine/Interrupt.h"
 #include "Host/CommandLine/ProgressLine.h"
 #include "Host/CommandLine/SessionPath.h"
+#include "Host/CommandLine/SessionProcessing.h"
 #include "Host/CommandLine/Summary.h"
 #include "Host/CommandLine/SummaryText.h"
 #include "Host/CommandLine/TemporaryFolder.h"
@@ -24,25 +26,27 @@ namespace
 class PassSink final : public ITraceEventSink
 {
 public:
-    PassSink(Profiler::Session& ioSession, Profiler::EventDispatcher& ioDispatcher)
+    PassSink(Profiler::Session& ioSession, Profiler::EventDispatcher& ioDispatcher, const bool& inIsCanceled)
         : mSession(ioSession),
-          mDispatcher(ioDispatcher)
+          mDispatcher(ioDispatcher),
+          mIsCanceled(inIsCanceled)
     {
     }
 
     [[nodiscard]] bool OnEvent(const Profiler::TraceEvent& inEvent, Utility::ErrorState& ioErrors) override
     {
         mSession.UpdateThreadFromEvent(inEvent);
-        return mDispatcher.Dispatch(inEvent, ioErrors);
+        return gCheckNotCanceled(mIsCanceled, ioErrors) && mDispatcher.Dispatch(inEvent, ioErrors);
     }
 
 private:
     Profiler::Session& mSession;
     Profiler::EventDispatcher& mDispatcher;
+    const bool& mIsCanceled;
 };
 
 // One pass over the importer's events, for the plugin's models and the one that counts.
-bool gSummarizeCapture(const SummarizeOptions& inOptions, Workspace& ioWorkspace, Summary& outSummary,
+bool gSummarizeCapture(const SummarizeOptions& inOptions, Workspace& ioWorkspace, const bool& inIsCanceled, Summary& outSummary,
                        Utility::ErrorState& ioErrors)
 {
     PerfFile file;
@@ -60,13 +64,12 @@ bool gSummarizeCapture(const SummarizeOptions& inOptions, Workspace& ioWorkspace
     models.push_back(&summaryModel);
     Profiler::EventDispatcher dispatcher(*session, session->GetSharedModel()->GetFiberState(), session->GetBrokenStacks(),
                                          std::move(models));
-    PassSink sink(*session, dispatcher);
+    PassSink sink(*session, dispatcher, inIsCanceled);
     ProgressLine progress("Reading");
-    const bool isCanceled = false;
     if (!importer.Prepare(ioErrors) || !dispatcher.BeginProcessing(ioErrors) ||
         !importer.Run(
             sink, [&progress](float inFraction) { progress.Show(inFraction); }, ioErrors) ||
-        !dispatcher.FinishProcessing(ioErrors, isCanceled))
+        !dispatcher.FinishProcessing(ioErrors, inIsCanceled))
         return false;
     session->GetCallstackTrie().FinishCallstacks();
     outSummary = gMakeSummary(summaryModel, gMakeImportReport(file, importer), dispatcher.GetNumDroppedEvents());
@@ -74,7 +77,7 @@ bool gSummarizeCapture(const SummarizeOptions& inOptions, Workspace& ioWorkspace
 }
 
 // One pass over the stored events, for the model that counts.
-bool gSummarizeSession(const SummarizeOptions& inOptions, Workspace& ioWorkspace, Summary& outSummary,
+bool gSummarizeSession(const SummarizeOptions& inOptions, Workspace& ioWorkspace, const bool& inIsCanceled, Summary& outSummary,
                        Utility::ErrorState& ioErrors)
 {
     std::string path;
@@ -96,12 +99,13 @@ bool gSummarizeSession(const SummarizeOptions& inOptions, Workspace& ioWorkspace
     Profiler::TraceEvent event;
     while (reader.NextEvent(event))
     {
+        if (!gCheckNotCanceled(inIsCanceled, ioErrors))
+            return false;
         progress.Report(reader.GetEventsRead());
         if (session->GetProcess(event.ProcessID) != nullptr && !dispatcher.Dispatch(event, ioErrors))
             return false;
     }
-    const bool isCanceled = false;
-    if (!reader.CheckSound(ioErrors) || !dispatcher.FinishProcessing(ioErrors, isCanceled))
+    if (!reader.CheckSound(ioErrors) || !dispatcher.FinishProcessing(ioErrors, inIsCanceled))
         return false;
     const std::unique_ptr<ImportReport> report = gReadImportReport(Profiler::gGetSessionFolder(path), ioWorkspace.GetRegistry());
     outSummary = gMakeSummary(summaryModel, report != nullptr ? *report : ImportReport(), dispatcher.GetNumDroppedEvents());
@@ -115,9 +119,12 @@ bool gSummarize(const SummarizeOptions& inOptions, std::string& outText, Utility
     const std::unique_ptr<Workspace> workspace = Workspace::sMake(inOptions.PluginPath, ioErrors);
     if (workspace == nullptr)
         return false;
+    // The models' files go when it is interrupted, too.
+    const InterruptScope interrupt;
     Summary summary;
-    const bool isDone = gIsSession(inOptions.Path) ? gSummarizeSession(inOptions, *workspace, summary, ioErrors)
-                                                   : gSummarizeCapture(inOptions, *workspace, summary, ioErrors);
+    const bool isDone = gIsSession(inOptions.Path)
+                            ? gSummarizeSession(inOptions, *workspace, interrupt.GetFlag(), summary, ioErrors)
+                            : gSummarizeCapture(inOptions, *workspace, interrupt.GetFlag(), summary, ioErrors);
     if (isDone)
         outText = inOptions.AsJSON ? gFormatSummaryAsJSON(summary) : gFormatSummary(summary);
     return isDone;

@@ -1,5 +1,6 @@
 #include "Host/CommandLine/Workspace.h"
 
+#include "Host/CommandLine/FailureText.h"
 #include "Host/Import/ImportReport.h"
 #include "Host/Linux/ElfModule.h"
 #include "Host/Linux/KernelModule.h"
@@ -69,8 +70,7 @@ std::unique_ptr<Profiler::Session> Workspace::LoadSession(const std::string& inS
     Profiler::PlatformPlugin* platform = nullptr;
     if (Profiler::Session::sLoad(inSessionPath, mRegistry, mScheduler, mPlugins, mFrontEnd, session, outFlags, platform, errors))
         return session;
-    const Utility::ErrorEntry& first = errors.GetEntries().front();
-    ioErrors.AddError(first.Code, first.Context + ": " + first.Message);
+    ioErrors.AddError(0, gGetFailureText(errors));
     return nullptr;
 }
 

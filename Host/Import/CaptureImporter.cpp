@@ -19,7 +19,8 @@ constexpr double sMillisecondsPerSecond = 1e3;
 constexpr double sUnknownSampleIntervalMs = 1.0;
 constexpr int32_t sIdleThread = 0;
 constexpr int32_t sUnknownThread = -1;
-constexpr ThreadID sNoThread = -1; // of the session
+constexpr ThreadID sNoThread = -1;   // of the session
+constexpr ProcessID sNoProcess = -1; // of the session
 constexpr int sProgressSteps = 100;
 constexpr size_t sBytesKept = size_t{32} << 20;  // of the capture in memory, about
 constexpr uint32_t sMaxCpus = 65536;             // records that name a higher one are damaged
@@ -106,7 +107,8 @@ bool CaptureImporter::Prepare(Utility::ErrorState& ioErrors)
         std::none_of(gaps.begin(), gaps.end(), [](const PerfGap& inGap) { return inGap.Kind == EPerfGap::OnlySomeThreads; });
     mTimeline.Build(mFile.GetBuildIDs());
     mHealth.MappingsLeftOut = mTimeline.GetNumMappingsLeftOut();
-    SetTimeRange();
+    if (!SetTimeRange(ioErrors))
+        return false;
     mBuilder = std::make_unique<SessionBuilder>(mSession, mTimeline, mSymbols, mRangeStart, mRangeEnd);
     SetSessionInfo();
     mBuilder->AddProcesses(mActive, mFilter);
@@ -117,16 +119,16 @@ bool CaptureImporter::Prepare(Utility::ErrorState& ioErrors)
     return true;
 }
 
-// A range that begins behind the capture's end is empty, at its end.
-void CaptureImporter::SetTimeRange()
+bool CaptureImporter::SetTimeRange(Utility::ErrorState& ioErrors)
 {
-    const auto toTime = [this](double inMs)
-    {
-        const double length = static_cast<double>(mFileHealth.LastTime - mFileHealth.FirstTime);
-        return mFileHealth.FirstTime + static_cast<uint64_t>(std::min(inMs * sNanosecondsPerMillisecond, length));
-    };
+    const double length = static_cast<double>(mFileHealth.LastTime - mFileHealth.FirstTime);
+    const auto toTime = [&](double inMs)
+    { return mFileHealth.FirstTime + static_cast<uint64_t>(std::min(inMs * sNanosecondsPerMillisecond, length)); };
     mRangeStart = toTime(mFilter.StartMs);
     mRangeEnd = toTime(mFilter.EndMs);
+    return Utility::Check(ioErrors, mFilter.StartMs * sNanosecondsPerMillisecond <= length, 0,
+                          "%s: ends after %.3f ms, before the time range begins", mFile.GetPath(),
+                          length / sNanosecondsPerMillisecond);
 }
 
 bool CaptureImporter::CheckProcesses(Utility::ErrorState& ioErrors) const
@@ -171,6 +173,9 @@ bool CaptureImporter::Run(ITraceEventSink& ioSink, const ProgressFunction& inPro
         if (mStream.GetPassedBytes() >= nextProgress) [[unlikely]]
         {
             nextProgress += progressStep;
+            // Records can go by for long without an event.
+            if (!mSink->CheckGoesOn(ioErrors))
+                return false;
             if (inProgress)
                 inProgress(static_cast<float>(mStream.GetPassedBytes()) / static_cast<float>(mStream.GetTotalBytes()));
         }
@@ -250,7 +255,7 @@ bool CaptureImporter::HandleExecutionSample(const PerfEvent& inEvent, const Perf
     TrackedThread& thread = GetThread(inSample.ThreadID, inSample.ProcessID, inMoment.Time);
     if (!SeeRunning(thread, inMoment))
         return false;
-    if (!mIsInRange)
+    if (!mIsInRange || !thread.IsCaptured)
         return true;
     return Emit(inMoment.Ms, thread, SampleEvent{InternStack(thread, inSample)});
 }
@@ -282,9 +287,9 @@ bool CaptureImporter::HandleSchedSwitch(const PerfRecord& inRecord, const PerfSa
     if (contextSwitch.PreviousThreadID > 0 && IsOfCapture(contextSwitch.PreviousThreadID, inMoment.Time))
     {
         TrackedThread& thread = GetThread(contextSwitch.PreviousThreadID, inSample.ProcessID, inMoment.Time);
+        const CallstackKey stack = thread.IsCaptured ? InternStack(thread, inSample) : sNoCallstack;
         if (!SeeRunning(thread, inMoment) ||
-            !SwitchOut(thread, inMoment, gGetWaitReason(contextSwitch.PreviousState, thread.HasExited),
-                       InternStack(thread, inSample)))
+            !SwitchOut(thread, inMoment, gGetWaitReason(contextSwitch.PreviousState, thread.HasExited), stack))
             return false;
     }
     else if (!SeeOnProcessor(contextSwitch.PreviousThreadID, inMoment))
@@ -323,6 +328,8 @@ bool CaptureImporter::HandleWakeup(const PerfRecord& inRecord, const PerfSample&
         sleeper.State = ERunState::Waiting;
     if (sleeper.State == ERunState::Waiting)
         sleeper.LastTime = inMoment.Time;
+    if (mIsInRange && sleeper.SessionProcess == sNoProcess)
+        sleeper.SessionProcess = mBuilder->GetProcessID(sleeper.Instance);
     if (!EnterThread(sleeper, inMoment.Ms))
         return false;
     return SendWakeup(sleeper.SessionProcess, sleeper.SessionThread, inSample, inMoment);
@@ -457,10 +464,13 @@ bool CaptureImporter::EndThread(TrackedThread& ioThread, uint64_t inTime, uint8_
     return Emit(mBuilder->ToMs(inTime), ioThread, ThreadEndEvent{inEndFlag});
 }
 
+// That it ends brings no thread into a session that begins behind the capture's start: it has no other event there.
 bool CaptureImporter::EndThreads()
 {
+    const auto isOfSession = [this](const TrackedThread& inThread)
+    { return inThread.SessionThread != sNoThread || mFilter.StartMs <= 0.0; };
     for (TrackedThread& thread : mThreads.GetAll())
-        if (!thread.HasExited && !EndThread(thread, mRangeEnd, sAliveAtEnd))
+        if (!thread.HasExited && isOfSession(thread) && !EndThread(thread, mRangeEnd, sAliveAtEnd))
             return false;
     return true;
 }
@@ -573,8 +583,11 @@ TrackedThread& CaptureImporter::AddThread(int32_t inThreadID, int32_t inProcessI
     thread.LastTime = inTime;
     thread.StartTime = inTime;
     thread.Name = inName;
-    thread.SessionProcess = mBuilder->GetProcessID(instance);
-    thread.IsCaptured = mSession.GetProcess(thread.SessionProcess) != nullptr;
+    thread.Instance = instance;
+    thread.IsCaptured = mBuilder->IsCaptured(instance);
+    // Processes that only turned up outside the range aren't the session's.
+    if (thread.IsCaptured || mIsInRange)
+        thread.SessionProcess = mBuilder->GetProcessID(instance);
     return mThreads.Add(thread);
 }
 

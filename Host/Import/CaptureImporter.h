@@ -37,6 +37,9 @@ public:
 
     // False ends the import with failure; the sink has then appended to ioErrors.
     [[nodiscard]] virtual bool OnEvent(const Profiler::TraceEvent& inEvent, Utility::ErrorState& ioErrors) = 0;
+
+    // Asked at every step of progress. False ends the import in the same way.
+    [[nodiscard]] virtual bool CheckGoesOn(Utility::ErrorState&) { return true; }
 };
 
 class CaptureImporter
@@ -81,7 +84,7 @@ private:
     {
         return {.Time = inTime, .Ms = mBuilder->ToMs(inTime), .Cpu = inCpu};
     }
-    void SetTimeRange();
+    [[nodiscard]] bool SetTimeRange(Utility::ErrorState& ioErrors);
     [[nodiscard]] bool CheckProcesses(Utility::ErrorState& ioErrors) const;
     void SetSessionInfo();
     [[nodiscard]] bool EndThreads();

@@ -55,11 +55,6 @@ constexpr const char* sEventNames[Profiler::sNumStoredEventTypes] = {"Sample",
                                                                      "FiberSwitchIn",
                                                                      "StackOnly"};
 
-std::string gGetReportPath(const std::string& inSessionFolder)
-{
-    return FileSystem::gCombinePath(inSessionFolder, "import.json");
-}
-
 void gAddRecords(const PerfHealth& inHealth, ImportReport& ioReport)
 {
     for (uint32_t type = 0; type < PerfHealth::sCountedTypes; ++type)
@@ -98,6 +93,11 @@ const RTTI::Type& ImportReport::GetType() const
     return RTTI::gTypeOf<ImportReport>();
 }
 
+std::string gGetImportReportPath(const std::string& inSessionFolder)
+{
+    return FileSystem::gCombinePath(inSessionFolder, "import.json");
+}
+
 void gAddCount(std::vector<NamedCount>& ioCounts, const char* inName, uint64_t inCount)
 {
     if (inCount != 0)
@@ -132,14 +132,14 @@ std::vector<SymbolFailure> gFindSymbolFailures(const Profiler::ModuleDatabase& i
 bool gWriteImportReport(const std::string& inSessionFolder, const ImportReport& inReport, Utility::ErrorState& ioErrors)
 {
     const RTTI::Object* report = &inReport;
-    return Serialization::gWriteObjectsToJSONFile(gGetReportPath(inSessionFolder), {&report, 1}, ioErrors);
+    return Serialization::gWriteObjectsToJSONFile(gGetImportReportPath(inSessionFolder), {&report, 1}, ioErrors);
 }
 
 std::unique_ptr<ImportReport> gReadImportReport(const std::string& inSessionFolder, const RTTI::Registry& inRegistry)
 {
     std::vector<std::unique_ptr<RTTI::Object>> objects;
     Serialization::ReaderErrorState errors;
-    if (!Serialization::gReadObjectsFromJSONFile(gGetReportPath(inSessionFolder), inRegistry, {},
+    if (!Serialization::gReadObjectsFromJSONFile(gGetImportReportPath(inSessionFolder), inRegistry, {},
                                                  Serialization::ReadObjectMode::SkipUnknownTypes, objects, errors))
         return nullptr;
     for (std::unique_ptr<RTTI::Object>& object : objects)

@@ -63,6 +63,9 @@ void gAddCount(std::vector<NamedCount>& ioCounts, const char* inName, uint64_t i
 // The modules whose symbols were asked for in vain.
 [[nodiscard]] std::vector<SymbolFailure> gFindSymbolFailures(const Profiler::ModuleDatabase& inModules);
 
+// Where the report of a session lies.
+[[nodiscard]] std::string gGetImportReportPath(const std::string& inSessionFolder);
+
 // The report of a session. False, with the reason in ioErrors, if it can't be written.
 [[nodiscard]] bool gWriteImportReport(const std::string& inSessionFolder, const ImportReport& inReport,
                                       Utility::ErrorState& ioErrors);

@@ -30,6 +30,11 @@ public:
     void AddProcesses(const ActiveThreads& inActive, const ImportFilter& inFilter);
     void AddModules(const PerfFile& inFile);
 
+    [[nodiscard]] bool IsCaptured(uint32_t inInstance) const
+    {
+        return inInstance < mProcessIDs.size() && mProcessIDs[inInstance] < 0;
+    }
+
     // The session's ID of an instance of the timeline; a process that isn't captured is entered as a non-captured one.
     [[nodiscard]] Profiler::ProcessID GetProcessID(uint32_t inInstance);
 

@@ -26,15 +26,16 @@ struct TrackedThread
 {
     int32_t ThreadID = 0; // the operating system's
     int32_t ProcessID = 0;
-    int32_t Cpu = -1; // where it was last seen to run
+    uint32_t Instance = 0; // of the ProcessTimeline
+    int32_t Cpu = -1;      // where it was last seen to run
     ERunState State = ERunState::Unknown;
     uint64_t LastTime = 0; // of its start, its own last event or its last wake-up, in nanoseconds of the capture's clock
     bool HasExited = false;
     bool IsCaptured = false;
-    uint64_t StartTime = 0;                // nanoseconds of the capture's clock, or when it was first seen
-    std::string Name;                      // until it is entered in the session
-    Profiler::ThreadID SessionThread = -1; // -1 until it is entered, and if its process isn't captured
-    Profiler::ProcessID SessionProcess = -1;
+    uint64_t StartTime = 0;                  // nanoseconds of the capture's clock, or when it was first seen
+    std::string Name;                        // until it is entered in the session
+    Profiler::ThreadID SessionThread = -1;   // -1 until it is entered, and if its process isn't captured
+    Profiler::ProcessID SessionProcess = -1; // -1 for a process that isn't captured until it turns up in the range
     Profiler::CallstackKey SwitchOutStack = Profiler::sNoCallstack;
 };
 

@@ -24,12 +24,12 @@ struct ImportedCapture final : public ITraceEventSink
     static constexpr const char* sTwoThreads = "0 comm 10/10 main\n"
                                                "0 comm 10/11 worker\n";
 
-    explicit ImportedCapture(std::vector<uint8_t> inImage) : Image(std::move(inImage))
+    explicit ImportedCapture(std::vector<uint8_t> inImage, const ImportFilter& inFilter = {}) : Image(std::move(inImage))
     {
         IsOpen = File.OpenImage(Image, "test.data", Errors);
         if (!IsOpen)
             return;
-        Importer = std::make_unique<CaptureImporter>(File, Session, Symbols);
+        Importer = std::make_unique<CaptureImporter>(File, Session, Symbols, inFilter);
         IsPrepared = Importer->Prepare(Errors);
     }
 
