@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <linux/perf_event.h>
 
+#include <array>
 #include <map>
 #include <random>
 #include <sstream>
@@ -20,6 +21,13 @@ std::vector<std::string> gImport(const std::string& inRecords)
 {
     return ImportedCapture::sImportMiddle(inRecords);
 }
+
+struct SwitchCase
+{
+    const char* Name;
+    const char* Records;
+    std::vector<std::string> Events;
+};
 
 // As perf records some processes: their clock samples tell no processor.
 std::vector<std::string> gImportSomeProcesses(const std::string& inRecords)
@@ -38,30 +46,45 @@ PerfFileBuilder gMakeCyclesBuilder()
     return builder;
 }
 
-TEST(MissedSwitch, AMissedSwitchInLiesAtTheProcessorsLastSwitch)
+TEST(MissedSwitch, WhereAMissedSwitchLies)
 {
-    EXPECT_THAT(gImport("1000 cpu0 switch 10/11 R 0/0\n"
-                        "2000 cpu0 switch 10/10 S 0/0\n"
-                        "5000 cpu0 switch 10/11 S 0/0\n"),
-                ElementsAre("0 out 10/11 32", "1000 out 10/10 6", "1000 in 10/11", "4000 out 10/11 6"));
-}
-
-TEST(MissedSwitch, AMissedSwitchInIsNotBeforeTheWakeUp)
-{
-    EXPECT_THAT(gImport("1000 cpu0 switch 10/11 S 0/0\n"
-                        "2000 cpu0 switch 10/10 S 0/0\n"
-                        "3000 cpu1 waking 0/0 11\n"
-                        "5000 cpu0 clock 10/11 0x400010\n"),
-                ElementsAre("0 out 10/11 6", "1000 out 10/10 6", "2000 ready 10/- -> 10/11", "2000 in 10/11",
-                            "4000 sample 10/11 400010"));
-}
-
-TEST(MissedSwitch, AMissedSwitchInIsNotBeforeTheThreadsName)
-{
-    EXPECT_THAT(gImport("1000 cpu0 switch 10/11 S 0/0\n"
-                        "2000 cpu0 comm 10/11 other\n"
-                        "3000 cpu0 clock 10/11 0x400010\n"),
-                ElementsAre("0 out 10/11 6", "1000 name 10/11 other", "1000 in 10/11", "2000 sample 10/11 400010"));
+    const SwitchCase cases[] = {
+        {"in: at the processor's last switch",
+         "1000 cpu0 switch 10/11 R 0/0\n"
+         "2000 cpu0 switch 10/10 S 0/0\n"
+         "5000 cpu0 switch 10/11 S 0/0\n",
+         {"0 out 10/11 32", "1000 out 10/10 6", "1000 in 10/11", "4000 out 10/11 6"}},
+        {"in: not before the wake-up",
+         "1000 cpu0 switch 10/11 S 0/0\n"
+         "2000 cpu0 switch 10/10 S 0/0\n"
+         "3000 cpu1 waking 0/0 11\n"
+         "5000 cpu0 clock 10/11 0x400010\n",
+         {"0 out 10/11 6", "1000 out 10/10 6", "2000 ready 10/- -> 10/11", "2000 in 10/11", "4000 sample 10/11 400010"}},
+        {"in: not before the thread's name",
+         "1000 cpu0 switch 10/11 S 0/0\n"
+         "2000 cpu0 comm 10/11 other\n"
+         "3000 cpu0 clock 10/11 0x400010\n",
+         {"0 out 10/11 6", "1000 name 10/11 other", "1000 in 10/11", "2000 sample 10/11 400010"}},
+        {"out: where the thread was last seen",
+         "1000 cpu0 switch 10/11 R 10/10\n"
+         "2000 cpu0 clock 10/10 0x400010\n"
+         "5000 cpu0 clock 10/11 0x400020\n",
+         {"0 out 10/11 32", "0 in 10/10", "1000 sample 10/10 400010", "1000 out 10/10 32", "1000 in 10/11",
+          "4000 sample 10/11 400020"}},
+        {"out: between two switches in, after which processor 0 no longer has anything to do with the thread",
+         "1000 cpu0 switch 0/0 R 10/10\n"
+         "2000 cpu0 clock 10/10 0x400010\n"
+         "5000 cpu1 switch 0/0 R 10/10\n"
+         "6000 cpu0 switch 0/0 R 10/11\n",
+         {"0 in 10/10", "1000 sample 10/10 400010", "1000 out 10/10 32", "4000 in 10/10", "5000 in 10/11"}},
+        {"out: an ended thread has terminated",
+         "1000 cpu0 switch 0/0 R 10/11\n"
+         "2000 cpu0 exit 10/11\n"
+         "5000 cpu0 switch 0/0 R 10/10\n"
+         "6000 cpu0 clock 10/10 0x400010\n",
+         {"0 in 10/11", "1000 out 10/11 22", "4000 in 10/10", "5000 sample 10/10 400010"}}};
+    for (const SwitchCase& missed : cases)
+        EXPECT_EQ(gImport(missed.Records), missed.Events) << missed.Name;
 }
 
 TEST(MissedSwitch, AMissedSwitchInIsNoOlderThanTheClocksInterval)
@@ -94,15 +117,6 @@ TEST(MissedSwitch, WaitsHaveALengthInACaptureOfSomeProcesses)
         << "without samples of the clock nobody knows";
 }
 
-TEST(MissedSwitch, AThreadThatGaveWayUnseenStoppedWhereItWasLastSeen)
-{
-    EXPECT_THAT(gImport("1000 cpu0 switch 10/11 R 10/10\n"
-                        "2000 cpu0 clock 10/10 0x400010\n"
-                        "5000 cpu0 clock 10/11 0x400020\n"),
-                ElementsAre("0 out 10/11 32", "0 in 10/10", "1000 sample 10/10 400010", "1000 out 10/10 32", "1000 in 10/11",
-                            "4000 sample 10/11 400020"));
-}
-
 // Whatever is seen on the processor instead: another thread that counts as running, a stranger, or nobody.
 TEST(MissedSwitch, AThreadThatGaveWayUnseenIsSwitchedInAgain)
 {
@@ -122,24 +136,6 @@ TEST(MissedSwitch, AThreadThatGaveWayUnseenIsSwitchedInAgain)
                                        "6000 in 10/10"))
             << other;
     }
-}
-
-TEST(MissedSwitch, AThreadThatIsSwitchedInTwiceWasOutInBetween)
-{
-    EXPECT_THAT(gImport("1000 cpu0 switch 0/0 R 10/10\n"
-                        "2000 cpu0 clock 10/10 0x400010\n"
-                        "5000 cpu1 switch 0/0 R 10/10\n"
-                        "6000 cpu0 switch 0/0 R 10/11\n"), // processor 0 no longer has anything to do with it
-                ElementsAre("0 in 10/10", "1000 sample 10/10 400010", "1000 out 10/10 32", "4000 in 10/10", "5000 in 10/11"));
-}
-
-TEST(MissedSwitch, AnEndedThreadThatGaveWayUnseenHasTerminated)
-{
-    EXPECT_THAT(gImport("1000 cpu0 switch 0/0 R 10/11\n"
-                        "2000 cpu0 exit 10/11\n"
-                        "5000 cpu0 switch 0/0 R 10/10\n"
-                        "6000 cpu0 clock 10/10 0x400010\n"),
-                ElementsAre("0 in 10/11", "1000 out 10/11 22", "4000 in 10/10", "5000 sample 10/10 400010"));
 }
 
 // The tracepoint fires before the processor changes over; an interrupt in between still finds the thread that it leaves.
@@ -167,31 +163,19 @@ TEST(MissedSwitch, ASampleJustBehindASwitchOutDoesNotCutTheWait)
 // One random record of few threads on two processors, sound or contradicting the others.
 std::string gMakeRecord(std::mt19937& ioRandom, uint64_t inTime)
 {
-    const auto below = [&ioRandom](uint32_t inLimit) { return ioRandom() % inLimit; };
-    const auto makeThread = [&] { return std::to_string(std::array{0U, 10U, 11U, 12U, 20U}[below(5)]); };
-    const auto makeIDs = [](const std::string& inThread)
-    { return (inThread.size() == 2 && inThread[0] == '1' ? "10/" : inThread + "/") + inThread; };
-    const std::string thread = makeThread();
-    std::string line = std::to_string(inTime) + " cpu" + std::to_string(below(2)) + " ";
-    switch (below(10))
+    // T is any thread with its process, N the number of one alone.
+    constexpr std::array records = {"switch T R T",         "switch T S T", "switch T X T",     "clock T 0x400010",
+                                    "clock T 0x400010",     "waking T N",   "switch_in T",      "switch_out T",
+                                    "comm 10/12 name",      "exit 10/12",   "clock T 0x400010", "process_exit 10/12",
+                                    "fork 10/12 from 10/10"};
+    constexpr std::array threads = {"0/0", "10/10", "10/11", "10/12", "20/20"};
+    std::string line = std::to_string(inTime) + " cpu" + std::to_string(ioRandom() % 2) + " ";
+    for (const char letter : std::string_view(records[ioRandom() % records.size()]))
     {
-    case 0:
-    case 1:
-    case 2:
-        return line + "switch " + makeIDs(thread) + std::array{" R ", " S ", " X "}[below(3)] + makeIDs(makeThread()) + "\n";
-    case 3:
-        return line + "waking " + makeIDs(thread) + " " + makeThread() + "\n";
-    case 4:
-        return line + "switch_in " + makeIDs(thread) + "\n";
-    case 5:
-        return line + "switch_out " + makeIDs(thread) + "\n";
-    case 6:
-        return line + std::array{"comm ", "exit ", "process_exit "}[below(3)] + "10/12" + " name\n";
-    case 7:
-        return line + "fork 10/12 from 10/10\n";
-    default:
-        return line + "clock " + makeIDs(thread) + " 0x400010\n";
+        const std::string thread = threads[ioRandom() % threads.size()];
+        line += letter == 'T' ? thread : letter == 'N' ? thread.substr(thread.find('/') + 1) : std::string(1, letter);
     }
+    return line + "\n";
 }
 
 // Fails where the events of a thread contradict each other.
@@ -213,16 +197,10 @@ public:
             state = {};
         EXPECT_GE(time, state.LastTime);
         state.LastTime = time;
-        if (kind == "in")
-        {
-            EXPECT_NE(state.Runs, ERunState::Running);
-            state.Runs = ERunState::Running;
-        }
-        else if (kind == "out" || kind == "sample" || kind == "ready")
-        {
-            EXPECT_NE(state.Runs, ERunState::Waiting);
-            state.Runs = kind == "out" ? ERunState::Waiting : ERunState::Running;
-        }
+        if (kind != "in" && kind != "out" && kind != "sample" && kind != "ready")
+            return;
+        EXPECT_NE(state.Runs, kind == "in" ? ERunState::Running : ERunState::Waiting);
+        state.Runs = kind == "out" ? ERunState::Waiting : ERunState::Running;
     }
 
 private:

@@ -12,33 +12,26 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
+#include <utility>
 
 namespace
 {
 
 using namespace Profiler;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 // The home folder is "home", so that nothing is made in that of whoever runs the tests.
 class SettingsTest : public TemporaryDirectoryTest
 {
 protected:
-    // The texts of a failed validation, or nothing.
+    // The text of a failed validation, or nothing.
     template <class Settings>
     static std::string Validate(Settings& ioSettings)
     {
         Utility::ErrorState errors;
         const bool isValid = ioSettings.Validate(errors);
         EXPECT_EQ(isValid, errors.GetEntries().empty());
-        std::string text;
-        for (const Utility::ErrorEntry& entry : errors.GetEntries())
-        {
-            EXPECT_EQ(entry.Code, 0U);
-            text += entry.Message;
-        }
-        return text;
+        return errors.GetEntries().empty() ? "" : errors.GetEntries().front().Message;
     }
 
     static std::string ValidateCache(const std::string& inDirectory)
@@ -61,29 +54,19 @@ private:
     const VariableScope mCache{"XDG_CACHE_HOME", nullptr};
 };
 
-// --- Defaults ---
-
-TEST_F(SettingsTest, SymbolsAreCachedBelowHomeUnlessAVariableSaysOtherwise)
+TEST_F(SettingsTest, DirectoriesLieBelowHomeUnlessAVariableSaysOtherwise)
 {
-    SharedSymbolSettings belowHome;
-    EXPECT_EQ(belowHome.GetSymbolCacheDirectory(), At("home/.cache/Brenvaldoris/SymbolCache"));
-    EXPECT_THAT(List("home/.cache/Brenvaldoris"), ElementsAre("SymbolCache"));
-    EXPECT_EQ(Validate(belowHome), "");
-
-    const VariableScope variable("XDG_CACHE_HOME", At("cache/").c_str());
-    EXPECT_EQ(SharedSymbolSettings().GetSymbolCacheDirectory(), At("cache/Brenvaldoris/SymbolCache"));
-    EXPECT_THAT(List("cache/Brenvaldoris"), ElementsAre("SymbolCache"));
-}
-
-TEST_F(SettingsTest, CapturesGoBelowHome)
-{
-    GeneralSettings settings;
+    const GeneralSettings settings;
     EXPECT_EQ(settings.CaptureTargetDirectory, At("home/BrenvaldorisCaptures"));
-    EXPECT_THAT(List("home"), ElementsAre("BrenvaldorisCaptures"));
-    EXPECT_EQ(Validate(settings), "");
+    EXPECT_EQ(SharedSymbolSettings().GetSymbolCacheDirectory(), At("home/.cache/Brenvaldoris/SymbolCache"));
+    EXPECT_THAT(List("home"), ElementsAre(".cache", "BrenvaldorisCaptures"));
+    EXPECT_THAT(List("home/.cache/Brenvaldoris"), ElementsAre("SymbolCache"));
     EXPECT_EQ(settings.Theme, EThemeType::Light);
     EXPECT_EQ(settings.CrashReportingMode, ECrashReportingMode::Disable);
     EXPECT_EQ(settings.UseCaptureService, EUseCaptureService::Default);
+
+    const VariableScope variable("XDG_CACHE_HOME", At("cache/").c_str());
+    EXPECT_EQ(SharedSymbolSettings().GetSymbolCacheDirectory(), At("cache/Brenvaldoris/SymbolCache"));
 }
 
 TEST_F(SettingsTest, ADefaultDirectoryThatCannotBeMadeShowsInValidateOnly)
@@ -95,8 +78,6 @@ TEST_F(SettingsTest, ADefaultDirectoryThatCannotBeMadeShowsInValidateOnly)
     EXPECT_EQ(Validate(general), "Unable to create capture target directory " + At("home/BrenvaldorisCaptures"));
 }
 
-// --- Validation ---
-
 TEST_F(SettingsTest, ValidateMakesTheDirectoryAndWhatIsAboveIt)
 {
     EXPECT_EQ(ValidateCache(At("a/b")), "");
@@ -105,32 +86,24 @@ TEST_F(SettingsTest, ValidateMakesTheDirectoryAndWhatIsAboveIt)
     EXPECT_THAT(List("c"), ElementsAre("d"));
 }
 
-TEST_F(SettingsTest, AnEmptyDirectoryIsRefused)
-{
-    EXPECT_EQ(ValidateCache(""), "Symbol cache directory is empty");
-    EXPECT_EQ(ValidateTarget(""), "Capture target directory is empty");
-}
-
-TEST_F(SettingsTest, ARelativeDirectoryIsRefusedAndNotMade)
+TEST_F(SettingsTest, DirectoriesThatCannotBeUsedAreRefusedAndNotMade)
 {
     const std::filesystem::path before = std::filesystem::current_path();
-    MakeDirectory("current");
+    WriteFile("current/file");
     std::filesystem::current_path(At("current"));
-    for (const std::string directory : {"relative", "./relative", "relative/deep", "C:/relative"})
+    const std::string relative = " directory is not an absolute path";
+    const std::string below = At("current/file/100%s/below");
+    const std::pair<std::string, std::string> cases[] = {
+        {"", " directory is empty"}, {"relative", relative}, {"./relative", relative}, {"C:/relative", relative}};
+    for (const auto& [directory, message] : cases)
     {
-        EXPECT_EQ(ValidateCache(directory), "Symbol cache directory is not an absolute path") << directory;
-        EXPECT_EQ(ValidateTarget(directory), "Capture target directory is not an absolute path") << directory;
+        EXPECT_EQ(ValidateCache(directory), "Symbol cache" + message) << directory;
+        EXPECT_EQ(ValidateTarget(directory), "Capture target" + message) << directory;
     }
+    EXPECT_EQ(ValidateCache(below), "Unable to create symbol cache directory " + below);
+    EXPECT_EQ(ValidateTarget(below), "Unable to create capture target directory " + below);
     std::filesystem::current_path(before);
-    EXPECT_THAT(List("current"), IsEmpty());
-}
-
-TEST_F(SettingsTest, ADirectoryBelowAPlainFileIsRefused)
-{
-    WriteFile("file");
-    const std::string directory = At("file/100%s/below");
-    EXPECT_EQ(ValidateCache(directory), "Unable to create symbol cache directory " + directory);
-    EXPECT_EQ(ValidateTarget(directory), "Unable to create capture target directory " + directory);
+    EXPECT_THAT(List("current"), ElementsAre("file"));
 }
 
 TEST_F(SettingsTest, TheSymbolCacheKeepsForwardSlashes)
@@ -156,12 +129,18 @@ TEST_F(SettingsTest, TheCaptureTargetIsTakenAsItStands)
     EXPECT_EQ(settings.CaptureTargetDirectory, At("x\\y"));
 }
 
-// --- Reflection ---
-
+// The name of a type and what it stores.
 std::string gDescribe(const RTTI::Type& inType)
 {
+    std::string text = inType.GetName();
+    if (const RTTI::EnumInfo* info = inType.AsEnum())
+    {
+        for (uint32_t i = 0; i < info->ValueCount; ++i)
+            text += std::string("; ") + info->Values[i].Name + " " + std::to_string(info->Values[i].Value);
+        return text + "; " + info->SizeType->GetName();
+    }
     const RTTI::CompoundInfo* compound = inType.AsCompound();
-    std::string text = inType.GetName() + " " + std::to_string(compound->Version);
+    text += " " + std::to_string(compound->Version);
     for (int32_t i = 0; i < compound->BaseCount; ++i)
         text += " : " + compound->Bases[i]->GetName();
     for (const RTTI::Property* property : RTTI::gGetAllProperties(inType))
@@ -169,52 +148,30 @@ std::string gDescribe(const RTTI::Type& inType)
     return text;
 }
 
-std::string gDescribeEnum(const RTTI::Type& inType)
-{
-    const RTTI::EnumInfo* info = inType.AsEnum();
-    std::string text = inType.GetName() + " " + info->SizeType->GetName();
-    for (uint32_t i = 0; i < info->ValueCount; ++i)
-        text += std::string("; ") + info->Values[i].Name + " " + std::to_string(info->Values[i].Value);
-    return text;
-}
-
 TEST(SettingsReflection, RecordsHaveTheirStoredForm)
 {
-    EXPECT_EQ(gDescribe(RTTI::gTypeOf<SharedSymbolSettings>()),
-              "Profiler::SharedSymbolSettings 1 : RTTI::Object; SymbolCacheDirectory std::string");
-    EXPECT_EQ(gDescribe(RTTI::gTypeOf<GeneralSettings>()),
-              "Profiler::GeneralSettings 1 : RTTI::Object; Theme Profiler::EThemeType; "
-              "CrashReportingMode Profiler::ECrashReportingMode; CaptureTargetDirectory std::string; "
-              "UseCaptureService Profiler::EUseCaptureService");
-    EXPECT_EQ(gDescribe(RTTI::gTypeOf<ChildProcessRules>()),
-              "Profiler::ChildProcessRules 1; DefaultAction Profiler::EAction; Rules A#Profiler::Rule");
-    EXPECT_EQ(gDescribe(RTTI::gTypeOf<Rule>()),
-              "Profiler::Rule 1; ProcessName std::string; CommandLineContains std::string; Action Profiler::EAction");
-    EXPECT_EQ(gDescribe(RTTI::gTypeOf<CaptureMethodConfiguration>()),
-              "Profiler::CaptureMethodConfiguration 1; DisplayName std::string");
-    EXPECT_EQ(gDescribe(RTTI::gTypeOf<CaptureInitProgress>()), "Profiler::CaptureInitProgress 1 : RTTI::Object");
-}
-
-TEST(SettingsReflection, AnimatableValuesDifferInTheirValuesOnly)
-{
-    const auto expected = [](const std::string& inName, const std::string& inValue)
-    {
-        return "Profiler::SerializedAnimatable" + inName + " 1; Value " + inValue + "; StartValue " + inValue + "; TargetValue " +
-               inValue + "; CurvePosition double; IsDirty bool";
-    };
-    EXPECT_EQ(gDescribe(RTTI::gTypeOf<SerializedAnimatableInt>()), expected("Int", "int32_t"));
-    EXPECT_EQ(gDescribe(RTTI::gTypeOf<SerializedAnimatableFloat>()), expected("Float", "float"));
-    EXPECT_EQ(gDescribe(RTTI::gTypeOf<SerializedAnimatableDouble>()), expected("Double", "double"));
-}
-
-TEST(SettingsReflection, EnumerationsHaveTheirStoredValues)
-{
-    EXPECT_EQ(gDescribeEnum(RTTI::gTypeOf<EThemeType>()), "Profiler::EThemeType uint32_t; Light 0; Dark 1; FollowWindows 2");
-    EXPECT_EQ(gDescribeEnum(RTTI::gTypeOf<ECrashReportingMode>()),
-              "Profiler::ECrashReportingMode uint32_t; Disable 0; EnabledNoUpload 1; EnabledWithUpload 2");
-    EXPECT_EQ(gDescribeEnum(RTTI::gTypeOf<EUseCaptureService>()),
-              "Profiler::EUseCaptureService uint32_t; Default 0; Enabled 1; Disabled 2");
-    EXPECT_EQ(gDescribeEnum(RTTI::gTypeOf<EAction>()), "Profiler::EAction uint32_t; Include 0; Exclude 1");
+    const std::pair<const RTTI::Type&, std::string> cases[] = {
+        {RTTI::gTypeOf<SharedSymbolSettings>(), "SharedSymbolSettings 1 : RTTI::Object; SymbolCacheDirectory std::string"},
+        {RTTI::gTypeOf<GeneralSettings>(),
+         "GeneralSettings 1 : RTTI::Object; Theme Profiler::EThemeType; CrashReportingMode Profiler::ECrashReportingMode; "
+         "CaptureTargetDirectory std::string; UseCaptureService Profiler::EUseCaptureService"},
+        {RTTI::gTypeOf<ChildProcessRules>(), "ChildProcessRules 1; DefaultAction Profiler::EAction; Rules A#Profiler::Rule"},
+        {RTTI::gTypeOf<Rule>(), "Rule 1; ProcessName std::string; CommandLineContains std::string; Action Profiler::EAction"},
+        {RTTI::gTypeOf<CaptureMethodConfiguration>(), "CaptureMethodConfiguration 1; DisplayName std::string"},
+        {RTTI::gTypeOf<CaptureInitProgress>(), "CaptureInitProgress 1 : RTTI::Object"},
+        {RTTI::gTypeOf<SerializedAnimatableInt>(), "SerializedAnimatableInt 1; Value int32_t; StartValue int32_t; "
+                                                   "TargetValue int32_t; CurvePosition double; IsDirty bool"},
+        {RTTI::gTypeOf<SerializedAnimatableFloat>(), "SerializedAnimatableFloat 1; Value float; StartValue float; "
+                                                     "TargetValue float; CurvePosition double; IsDirty bool"},
+        {RTTI::gTypeOf<SerializedAnimatableDouble>(), "SerializedAnimatableDouble 1; Value double; StartValue double; "
+                                                      "TargetValue double; CurvePosition double; IsDirty bool"},
+        {RTTI::gTypeOf<EThemeType>(), "EThemeType; Light 0; Dark 1; FollowWindows 2; uint32_t"},
+        {RTTI::gTypeOf<ECrashReportingMode>(),
+         "ECrashReportingMode; Disable 0; EnabledNoUpload 1; EnabledWithUpload 2; uint32_t"},
+        {RTTI::gTypeOf<EUseCaptureService>(), "EUseCaptureService; Default 0; Enabled 1; Disabled 2; uint32_t"},
+        {RTTI::gTypeOf<EAction>(), "EAction; Include 0; Exclude 1; uint32_t"}};
+    for (const auto& [type, expected] : cases)
+        EXPECT_EQ(gDescribe(type), "Profiler::" + expected);
 }
 
 } // namespace
