@@ -256,6 +256,7 @@ private:
     std::vector<Model*> mModelsToReprocess; // of mModels
     std::vector<Model*> mModelsToSave;      // those of the last pass, until they are saved
     std::unique_ptr<SharedModel> mSharedModel;
+    bool mIsSharedModelSound = false;               // it was loaded, or comes from a pass that was finished
     std::unique_ptr<TraceEventStream> mEventStream; // never null
     BrokenStackHolder mBrokenStacks;
     std::unique_ptr<EventDispatcher> mDispatcher; // of the pass that runs, or of one that failed

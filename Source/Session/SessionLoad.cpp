@@ -157,7 +157,8 @@ bool Session::FinishLoad(const RTTI::Registry& inRegistry, PlatformPlugin& inPla
         outFlags |= RebuildBrokenStacks;
     if (!mModelsToReprocess.empty())
         outFlags |= mModelsToReprocess.size() == mModels.size() ? ReprocessAllModels : ReprocessSomeModels;
-    if (!mModelsToReprocess.empty() || mSharedModel == nullptr)
+    mIsSharedModelSound = mModelsToReprocess.empty() && mSharedModel != nullptr;
+    if (!mIsSharedModelSound)
         mSharedModel = std::make_unique<SharedModel>(*this);
     if (mInfo->SymbolSettingsHash == PlatformSession::sUnknownSymbolSettings && mPlatformSession != nullptr)
         mInfo->SymbolSettingsHash = mPlatformSession->GetSymbolSettingsHash(*this);

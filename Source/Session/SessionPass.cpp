@@ -36,6 +36,7 @@ bool Session::CreateModels(Utility::ErrorState& ioErrors)
     mModels.clear();
     mOwnedModels.clear();
     mSharedModel = std::make_unique<SharedModel>(*this);
+    mIsSharedModelSound = false;
     if (!ResetSharedModel(ioErrors))
         return false;
     for (ModelPlugin* plugin : mPluginManager.ModelPlugins)
@@ -56,8 +57,11 @@ bool Session::BeginProcessing(Utility::ErrorState& ioErrors)
 
 bool Session::BeginProcessing(const std::vector<Model*>& inModels, Utility::ErrorState& ioErrors)
 {
-    if (mSharedModel == nullptr)
+    mDispatcher.reset(); // of a pass that failed
+    // What an earlier pass has left belongs to it. A pass without models has nothing to put in its place.
+    if (!mIsSharedModelSound || !inModels.empty())
         mSharedModel = std::make_unique<SharedModel>(*this);
+    mIsSharedModelSound = false;
     mDispatcher = std::make_unique<EventDispatcher>(*this, mSharedModel->GetFiberState(), mBrokenStacks, inModels);
     mModelsToSave = inModels;
     return mDispatcher->BeginProcessing(ioErrors);
@@ -146,11 +150,8 @@ bool Session::FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, 
     mDispatcher.reset();
     mCallstackTrie.FinishCallstacks();
     if (System::gIsCanceled(inIsCanceled))
-    {
-        // What the models were told to leave undone must not be stored later either.
-        mModelsToSave.clear();
         return true;
-    }
+    mIsSharedModelSound = true;
     return SaveSession(ioErrors);
 }
 

@@ -1,6 +1,5 @@
 // Writing a session.
 #include "Serialization/BinaryWriter.h"
-#include "Session/Pass/EventDispatcher.h"
 #include "Session/Pass/Model.h"
 #include "Session/Session.h"
 #include "Session/SharedModel.h"
@@ -12,9 +11,8 @@ namespace Profiler
 
 bool Session::SaveSession(Utility::ErrorState& ioErrors)
 {
-    // A pass that was broken off has left nothing that could be trusted.
-    const bool isPassOver = mDispatcher == nullptr && mSharedModel != nullptr;
-    if (isPassOver && !(SaveSharedModel(ioErrors) && SaveModels(ioErrors)))
+    // A pass that was broken off has left nothing that could be trusted, and without a shared model stored models aren't either.
+    if (mIsSharedModelSound && !(SaveSharedModel(ioErrors) && SaveModels(ioErrors)))
         return false;
     return mEventStream->FlushStream(ioErrors) && SaveCallstacks(ioErrors) && SaveSessionFile(ioErrors);
 }

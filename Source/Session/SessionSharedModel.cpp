@@ -39,8 +39,11 @@ std::unique_ptr<SharedModel> Session::LoadSharedModel(const RTTI::Registry& inRe
     Serialization::TypeCreators creators;
     creators.AddTypeCreator(type, [this] { return RTTI::OwnedValue(RTTI::gTypeOf<SharedModel>(), new SharedModel(*this)); });
     std::vector<std::unique_ptr<RTTI::Object>> objects;
-    if (!Serialization::gReadObjectsFromFile(path, inRegistry, creators, {}, Serialization::ReadObjectMode::SkipUnknownTypes,
-                                             objects, ioErrors))
+    const size_t numErrors = ioErrors.GetEntries().size();
+    const bool isRead = Serialization::gReadObjectsFromFile(path, inRegistry, creators, {},
+                                                            Serialization::ReadObjectMode::SkipUnknownTypes, objects, ioErrors);
+    // A file of unknown classes alone ends the read without a word.
+    if (!isRead && ioErrors.GetEntries().size() != numErrors)
         return nullptr;
     for (std::unique_ptr<RTTI::Object>& object : objects)
     {

@@ -128,6 +128,21 @@ TEST_F(SessionSaveTest, APassThatWasBrokenOffLeavesNothingThatIsTrusted)
     TakeCalls();
     EXPECT_TRUE(GetSession().SaveSession(mErrors));
     EXPECT_THAT(TakeCalls(), IsEmpty()) << "no model is saved";
+    EXPECT_FALSE(Exists("Shared/Model.dat"));
+}
+
+TEST_F(SessionSaveTest, ASaveAheadOfTheRebuildLeavesNothingThatIsTrusted)
+{
+    mFirst.IsLoadable = mSecond.IsLoadable = true;
+    StoreEvents("3 sample A main");
+    BuildBrokenStackIndex();
+    ASSERT_EQ(RunPass(), "");
+    ASSERT_NE(Load(), nullptr);
+    ASSERT_EQ(mFlags, NothingToReprocess);
+    Remove("Shared/Model.dat");
+    EXPECT_TRUE(Load()->SaveSession(mErrors));
+    EXPECT_NE(Load(), nullptr);
+    EXPECT_EQ(mFlags, ReprocessAllModels);
 }
 
 TEST_F(SessionSaveTest, ANewSessionMakesItsFolders)

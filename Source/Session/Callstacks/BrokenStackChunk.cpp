@@ -12,6 +12,9 @@ namespace
 
 constexpr size_t sCountSize = sizeof(uint64_t);
 
+// Far more than any writer puts into a chunk; more is damage, for which no memory is to be spent.
+constexpr uint64_t sMaxRanges = 1U << 20;
+
 bool gDecodeBrokenRanges(const Utility::ByteBuffer& inContent, std::vector<BrokenRange>& outRanges)
 {
     if (inContent.GetSize() < sCountSize)
@@ -19,7 +22,7 @@ bool gDecodeBrokenRanges(const Utility::ByteBuffer& inContent, std::vector<Broke
     uint64_t count = 0;
     std::memcpy(&count, inContent.GetData(), sCountSize);
     const size_t size = inContent.GetSize() - sCountSize;
-    if (count == 0 || size % sizeof(BrokenRange) != 0 || count != size / sizeof(BrokenRange))
+    if (count == 0 || count > sMaxRanges || size % sizeof(BrokenRange) != 0 || count != size / sizeof(BrokenRange))
         return false;
     outRanges.resize(count);
     std::memcpy(outRanges.data(), inContent.GetData() + sCountSize, size);

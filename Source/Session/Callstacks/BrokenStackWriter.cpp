@@ -52,12 +52,13 @@ bool BrokenStackWriter::AddRange(ThreadID inThread, ThreadEntry& ioEntry, double
 bool BrokenStackWriter::WriteChunk(ThreadID inThread, std::vector<BrokenRange>& ioRanges, Utility::ErrorState& ioErrors)
 {
     gEncodeBrokenRanges(ioRanges, mContent);
-    errno = 0;
+    errno = ENOMEM; // for a chunk that can't be compressed
     mFile.seekp(0, std::ios_base::end);
     const std::streamoff start = mFile.tellp();
     bool isWritten = start >= 0 && mCompressor.Compress(mContent.GetData(), mContent.GetSize(), mFrame);
     if (isWritten)
     {
+        errno = 0;
         mFile.write(reinterpret_cast<const char*>(mFrame.GetData()), static_cast<std::streamsize>(mFrame.GetSize()));
         mFile.flush();
         isWritten = mFile.good();
@@ -79,6 +80,11 @@ bool BrokenStackWriter::Finish(Utility::ErrorState& ioErrors)
         if (!entry.Ranges.empty() && !WriteChunk(thread, entry.Ranges, ioErrors))
             return false;
     }
+    errno = 0;
+    mFile.close();
+    if (!Utility::Check(ioErrors, mFile.good(), sWriteError, "Failed to write broken stack stream. Error: %s",
+                        std::strerror(errno)))
+        return false;
     const RTTI::Object* index = &mIndex;
     // The directory is gone only if somebody has deleted it during the pass; writing then tells what is wrong.
     static_cast<void>(FileSystem::gCreateDirectories(mDirectory));

@@ -147,19 +147,24 @@ bool TraceEventStream::AppendToFile(const std::string& inDataPath, Chunk& outChu
     file.seekp(0, std::ios_base::end);
     const std::streamoff start = file.tellp();
     const Utility::ByteBuffer& content = mPending.Build();
+    std::streamoff end = start;
+    errno = ENOMEM; // for a chunk that can't be compressed
     bool isWritten = start >= 0 && mCompressor.Compress(content.GetData(), content.GetSize(), mFrame);
     if (isWritten)
     {
         errno = 0;
         file.write(reinterpret_cast<const char*>(mFrame.GetData()), static_cast<std::streamsize>(mFrame.GetSize()));
         file.flush();
+        end = file.tellp();
+        // Some file systems tell only now that there was no room.
+        file.close();
         isWritten = file.good();
     }
     if (!Utility::Check(ioErrors, isWritten, sWriteError, "Unable to write to event stream %s. Error: %s", inDataPath,
                         std::strerror(errno)))
         return false;
     outChunk.FileOffset = static_cast<uint64_t>(start);
-    outChunk.Size = static_cast<uint64_t>(file.tellp() - start);
+    outChunk.Size = static_cast<uint64_t>(end - start);
     return true;
 }
 

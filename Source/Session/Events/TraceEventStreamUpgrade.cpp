@@ -99,8 +99,9 @@ bool TraceEventStream::ConvertChunks(const FilePair& inTemporary, const bool& in
             file.read(reinterpret_cast<char*>(records.GetData()), static_cast<std::streamsize>(chunk.Size));
             isRead = file.good();
         }
+        const char* reason = errno != 0 ? std::strerror(errno) : "A chunk isn't all in the file";
         if (!Utility::Check(ioErrors, isRead, sUpgradeError, "Unable to read from old event stream %s. Error: %s", mDataPath,
-                            std::strerror(errno)) ||
+                            reason) ||
             !ConvertRecords(records, inTemporary, inIsCanceled, ioErrors, [&] { reporter.Report(++done); }))
             return false;
     }

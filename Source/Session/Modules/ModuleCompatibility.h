@@ -2,7 +2,8 @@
 //
 // In those files a module told itself where it lay, and functions had absolute addresses; now a ModuleDatabase holds the
 // instances, and functions are relative to them. A handler gathers instances while a root object is read and hands them over at
-// its end. It serves the one class that it is entered for, so a platform enters those of its concrete module classes.
+// its end. It serves the one class that it is entered for and counts its modules alone, so a platform enters one for the one
+// module class that its old files have.
 //
 // Threads: those of the read. Ownership: the CompatibilityHandlers of the read.
 #pragma once
