@@ -123,7 +123,11 @@ bool CaptureImporter::SetTimeRange(Utility::ErrorState& ioErrors)
 {
     const double length = static_cast<double>(mFileHealth.LastTime - mFileHealth.FirstTime);
     const auto toTime = [&](double inMs)
-    { return mFileHealth.FirstTime + static_cast<uint64_t>(std::min(inMs * sNanosecondsPerMillisecond, length)); };
+    {
+        // Below the length, the product fits 64 bits whatever times a damaged capture has.
+        const double nanoseconds = inMs * sNanosecondsPerMillisecond;
+        return nanoseconds < length ? mFileHealth.FirstTime + static_cast<uint64_t>(nanoseconds) : mFileHealth.LastTime;
+    };
     mRangeStart = toTime(mFilter.StartMs);
     mRangeEnd = toTime(mFilter.EndMs);
     return Utility::Check(ioErrors, mFilter.StartMs * sNanosecondsPerMillisecond <= length, 0,

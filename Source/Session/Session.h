@@ -168,7 +168,8 @@ public:
                                  const Utility::ProgressFunction& inProgress);
 
     // Ends a pass: completes the threads, finishes the models of the pass and saves the session. A cancellation meanwhile leaves
-    // it unsaved, and the result true. inKeepsSymbolHash leaves SymbolSettingsHash alone. REQUIRES: BeginProcessing gave true.
+    // it unsaved, and the result true. inKeepsSymbolHash leaves SymbolSettingsHash alone. REQUIRES: BeginProcessing and
+    // ProcessEvents gave true; once a pass.
     [[nodiscard]] bool FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, const bool& inIsCanceled);
 
     // From any thread: tells all models, or the given ones, that their pass is to end.
@@ -254,7 +255,8 @@ private:
     std::vector<std::unique_ptr<Model>> mOwnedModels;
     std::vector<Model*> mModels;            // in the order of mOwnedModels
     std::vector<Model*> mModelsToReprocess; // of mModels
-    std::vector<Model*> mModelsToSave;      // those of the last pass, until they are saved
+    std::vector<Model*> mModelsOfPass;      // of the pass that runs, or ran last
+    std::vector<Model*> mModelsToSave;      // those of the last finished pass, until they are saved
     std::unique_ptr<SharedModel> mSharedModel;
     bool mIsSharedModelSound = false;               // it was loaded, or comes from a pass that was finished
     std::unique_ptr<TraceEventStream> mEventStream; // never null

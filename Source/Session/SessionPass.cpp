@@ -32,6 +32,7 @@ bool Session::CreateModels(Utility::ErrorState& ioErrors)
 {
     mDispatcher.reset(); // of a pass that failed
     mModelsToReprocess.clear();
+    mModelsOfPass.clear();
     mModelsToSave.clear();
     mModels.clear();
     mOwnedModels.clear();
@@ -58,12 +59,15 @@ bool Session::BeginProcessing(Utility::ErrorState& ioErrors)
 bool Session::BeginProcessing(const std::vector<Model*>& inModels, Utility::ErrorState& ioErrors)
 {
     mDispatcher.reset(); // of a pass that failed
-    // What an earlier pass has left belongs to it. A pass without models has nothing to put in its place.
-    if (!mIsSharedModelSound || !inModels.empty())
+    // A pass starts with an empty shared model; one without models leaves that of the pass before, and all that it has to save.
+    if (!inModels.empty() || mSharedModel == nullptr)
+    {
         mSharedModel = std::make_unique<SharedModel>(*this);
-    mIsSharedModelSound = false;
+        mIsSharedModelSound = false;
+        mModelsToSave.clear();
+    }
+    mModelsOfPass = inModels;
     mDispatcher = std::make_unique<EventDispatcher>(*this, mSharedModel->GetFiberState(), mBrokenStacks, inModels);
-    mModelsToSave = inModels;
     return mDispatcher->BeginProcessing(ioErrors);
 }
 
@@ -151,7 +155,11 @@ bool Session::FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, 
     mCallstackTrie.FinishCallstacks();
     if (System::gIsCanceled(inIsCanceled))
         return true;
-    mIsSharedModelSound = true;
+    if (!mModelsOfPass.empty())
+    {
+        mIsSharedModelSound = true;
+        mModelsToSave = mModelsOfPass;
+    }
     return SaveSession(ioErrors);
 }
 
