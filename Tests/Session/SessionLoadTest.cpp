@@ -38,7 +38,8 @@ protected:
     void Store(const std::string& inTrace = "1 sample A main\n2 begin A main;work Job ctx\n3 fiber-out A 7\n4 sample B main;work")
     {
         StoreEvents(inTrace);
-        mFixture.GetPlatform().IsComplete = [](std::span<const uint64_t> inStack) { return inStack.size() > 1; };
+        if (GetSession().GetPlatformSession() != nullptr)
+            mFixture.GetPlatform().IsComplete = [](std::span<const uint64_t> inStack) { return inStack.size() > 1; };
         BuildBrokenStackIndex();
         ASSERT_EQ(RunPass(), "") << Utility::GetErrorText(mErrors);
         TakeCalls();
