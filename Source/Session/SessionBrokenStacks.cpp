@@ -30,6 +30,10 @@ CallstackKey gGetOwnStack(const TraceEvent& inEvent)
 bool Session::BuildBrokenStackIndex(const RTTI::Registry& inRegistry, Utility::ErrorState& ioErrors, const bool& inIsCanceled,
                                     const Utility::ProgressFunction& inProgress)
 {
+    // Models that wait to be built anew weren't built with the ranges that come now: should this be all that happens before the
+    // session is opened again, nothing may make them look as if they were.
+    if (!mModelsToReprocess.empty() && !ResetSharedModel(ioErrors))
+        return false;
     BrokenStackWriter writer(GetDirectory());
     if (!writer.Open(ioErrors))
         return false;

@@ -10,6 +10,8 @@
 #include "Utility/Clock.h"
 #include "Utility/Log.h"
 
+#include <algorithm>
+
 namespace Profiler
 {
 
@@ -157,7 +159,9 @@ bool Session::FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, 
         return true;
     if (!mModelsOfPass.empty())
     {
-        mIsSharedModelSound = true;
+        const auto isBuilt = [this](const Model* inModel)
+        { return std::find(mModelsOfPass.begin(), mModelsOfPass.end(), inModel) != mModelsOfPass.end(); };
+        mIsSharedModelSound = std::all_of(mModelsToReprocess.begin(), mModelsToReprocess.end(), isBuilt);
         mModelsToSave = mModelsOfPass;
     }
     return SaveSession(ioErrors);

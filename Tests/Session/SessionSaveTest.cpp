@@ -145,6 +145,28 @@ TEST_F(SessionSaveTest, ASaveAheadOfTheRebuildLeavesNothingThatIsTrusted)
     EXPECT_EQ(mFlags, ReprocessAllModels);
 }
 
+TEST_F(SessionSaveTest, ModelsThatWaitForTheirRebuildAreNotTrustedWithNewRanges)
+{
+    mFirst.IsLoadable = mSecond.IsLoadable = true;
+    StoreEvents("3 sample A main");
+    BuildBrokenStackIndex();
+    ASSERT_EQ(RunPass(), "");
+    Remove("stacks.index");
+    const std::unique_ptr<Session> session = Load();
+    ASSERT_NE(session, nullptr);
+    ASSERT_EQ(mFlags, RebuildBrokenStacks | ReprocessAllModels);
+    EXPECT_TRUE(session->BuildBrokenStackIndex(mRegistry, mErrors, mIsCanceled, {})) << Utility::GetErrorText(mErrors);
+    EXPECT_NE(Load(), nullptr);
+    EXPECT_EQ(mFlags, ReprocessAllModels);
+
+    // A pass over some of them doesn't make up for the others.
+    EXPECT_TRUE(session->BeginProcessing({session->GetModels().front()}, mErrors));
+    EXPECT_TRUE(session->ProcessEvents(mErrors, mIsCanceled, {}));
+    EXPECT_TRUE(session->FinishPass(false, mErrors, mIsCanceled));
+    EXPECT_NE(Load(), nullptr);
+    EXPECT_EQ(mFlags, ReprocessAllModels);
+}
+
 TEST_F(SessionSaveTest, ANewSessionMakesItsFolders)
 {
     Remove("");

@@ -40,6 +40,13 @@ constexpr size_t sFunctionGrowth = 1025;
 // Size of the range that a lookup of one address asks for.
 constexpr uint64_t sSingleAddress = 1;
 
+// A search below this many is faster than remembering what it gave.
+constexpr size_t sFewFunctions = 256;
+
+constexpr int sRecentLookupsLog2 = 12;
+constexpr size_t sRecentLookups = size_t(1) << sRecentLookupsLog2;
+constexpr uint64_t sGoldenRatio64 = 0x9E3779B97F4A7C15;
+
 bool gIsBelow(const Function& inFirst, const Function& inSecond)
 {
     return inFirst.RelativeAddress < inSecond.RelativeAddress;
@@ -135,6 +142,7 @@ void NativeModule::AddFunction(uint64_t inRelativeAddress, uint64_t inSize, std:
     const System::MutexLock lock(mMutex);
     if (!mAddedAddresses.insert(inRelativeAddress).second)
         return;
+    mRecentLookups.clear();
     if (mFunctions.size() == mFunctions.capacity())
         mFunctions.reserve(mFunctions.size() + sFunctionGrowth);
     Function& function = mFunctions.emplace_back();
@@ -256,6 +264,7 @@ void NativeModule::MergeFunctions(std::vector<Function>& ioFound)
     // Functions may just be added by another thread, which hasn't sorted them yet.
     if (mFunctionStarts.size() != mFunctions.size())
         SortAndFold();
+    mRecentLookups.clear();
     for (Function& function : ioFound)
     {
         const auto place = std::lower_bound(mFunctions.begin(), mFunctions.end(), function, gIsBelow);
@@ -282,6 +291,18 @@ void NativeModule::FillFrame(ResolvedFrame& outFrame, const Function& inFunction
 
 const Function& NativeModule::FindFunction(uint64_t inRelativeAddress) const
 {
+    if (mFunctionStarts.size() < sFewFunctions)
+        return SearchFunction(inRelativeAddress);
+    if (mRecentLookups.empty())
+        mRecentLookups.resize(sRecentLookups);
+    RecentLookup& recent = mRecentLookups[(inRelativeAddress * sGoldenRatio64) >> (64 - sRecentLookupsLog2)];
+    if (recent.Found == nullptr || recent.RelativeAddress != inRelativeAddress)
+        recent = {inRelativeAddress, &SearchFunction(inRelativeAddress)};
+    return *recent.Found;
+}
+
+const Function& NativeModule::SearchFunction(uint64_t inRelativeAddress) const
+{
     const auto above = std::upper_bound(mFunctionStarts.begin(), mFunctionStarts.end(), inRelativeAddress);
     if (above == mFunctionStarts.begin())
         return mDefaultFunction;
@@ -291,6 +312,7 @@ const Function& NativeModule::FindFunction(uint64_t inRelativeAddress) const
 
 void NativeModule::RebuildFunctionStarts()
 {
+    mRecentLookups.clear();
     mFunctionStarts.clear();
     mFunctionStarts.reserve(mFunctions.size());
     for (const Function& function : mFunctions)

@@ -118,7 +118,14 @@ public:
     ESymbolLookupAddressMode SymbolLookupAddressMode = ESymbolLookupAddressMode::Relative;
 
 private:
+    struct RecentLookup
+    {
+        uint64_t RelativeAddress = 0;
+        const Function* Found = nullptr; // null: nothing remembered
+    };
+
     const Function& FindFunction(uint64_t inRelativeAddress) const REQUIRES(mMutex);
+    const Function& SearchFunction(uint64_t inRelativeAddress) const REQUIRES(mMutex);
     int32_t ResolveFromCache(std::span<const uint64_t> inAddresses, std::span<ResolvedFrame> ioFrames, uint64_t inBase,
                              const PlatformSession* inStopRule, EResolveFlag inFlag, size_t& outFirstMiss) const;
     int32_t ResolveMisses(std::span<ResolvedFrame> ioFrames, uint64_t inBase, const PlatformSession* inStopRule,
@@ -134,7 +141,9 @@ private:
     mutable System::Mutex mMutex;
     std::vector<Function> mFunctions GUARDED_BY(mMutex);        // by RelativeAddress
     std::vector<uint64_t> mFunctionStarts GUARDED_BY(mMutex);   // of mFunctions, dense because every frame searches them
-    std::vector<Function> mRuntimeFunctions GUARDED_BY(mMutex); // by RelativeAddress
+    // Frames repeat, and a search among a kernel's functions misses the processor's cache at most of its steps.
+    mutable std::vector<RecentLookup> mRecentLookups GUARDED_BY(mMutex); // by hash of the address; emptied with every change
+    std::vector<Function> mRuntimeFunctions GUARDED_BY(mMutex);          // by RelativeAddress
     std::unordered_set<uint64_t> mAddedAddresses GUARDED_BY(mMutex);
 };
 
