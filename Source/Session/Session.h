@@ -256,7 +256,8 @@ private:
     std::vector<Model*> mModels;            // in the order of mOwnedModels
     std::vector<Model*> mModelsToReprocess; // of mModels
     std::vector<Model*> mModelsOfPass;      // of the pass that runs, or ran last
-    std::vector<Model*> mModelsToSave;      // those of the last finished pass, until they are saved
+    std::vector<Model*> mUnbuiltModels;     // those that no finished pass has built; nothing stored is trusted until it is empty
+    std::vector<Model*> mModelsToSave;      // those of finished passes, until they are saved
     std::unique_ptr<SharedModel> mSharedModel;
     bool mIsSharedModelSound = false;               // it was loaded, or comes from a pass that was finished
     std::unique_ptr<TraceEventStream> mEventStream; // never null

@@ -32,7 +32,7 @@ bool Session::BuildBrokenStackIndex(const RTTI::Registry& inRegistry, Utility::E
 {
     // Models that wait to be built anew weren't built with the ranges that come now: should this be all that happens before the
     // session is opened again, nothing may make them look as if they were.
-    if (!mModelsToReprocess.empty() && !ResetSharedModel(ioErrors))
+    if (!mUnbuiltModels.empty() && !ResetSharedModel(ioErrors))
         return false;
     BrokenStackWriter writer(GetDirectory());
     if (!writer.Open(ioErrors))

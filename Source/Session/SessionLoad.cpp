@@ -157,6 +157,7 @@ bool Session::FinishLoad(const RTTI::Registry& inRegistry, PlatformPlugin& inPla
         outFlags |= RebuildBrokenStacks;
     if (!mModelsToReprocess.empty())
         outFlags |= mModelsToReprocess.size() == mModels.size() ? ReprocessAllModels : ReprocessSomeModels;
+    mUnbuiltModels = mModelsToReprocess;
     mIsSharedModelSound = mModelsToReprocess.empty() && mSharedModel != nullptr;
     if (!mIsSharedModelSound)
         mSharedModel = std::make_unique<SharedModel>(*this);

@@ -10,8 +10,6 @@
 #include "Utility/Clock.h"
 #include "Utility/Log.h"
 
-#include <algorithm>
-
 namespace Profiler
 {
 
@@ -36,6 +34,7 @@ bool Session::CreateModels(Utility::ErrorState& ioErrors)
     mModelsToReprocess.clear();
     mModelsOfPass.clear();
     mModelsToSave.clear();
+    mUnbuiltModels.clear();
     mModels.clear();
     mOwnedModels.clear();
     mSharedModel = std::make_unique<SharedModel>(*this);
@@ -50,6 +49,7 @@ bool Session::CreateModels(Utility::ErrorState& ioErrors)
         mModels.push_back(model.get());
         mOwnedModels.push_back(std::move(model));
     }
+    mUnbuiltModels = mModels;
     return true;
 }
 
@@ -66,7 +66,12 @@ bool Session::BeginProcessing(const std::vector<Model*>& inModels, Utility::Erro
     {
         mSharedModel = std::make_unique<SharedModel>(*this);
         mIsSharedModelSound = false;
-        mModelsToSave.clear();
+    }
+    for (Model* model : inModels)
+    {
+        std::erase(mModelsToSave, model);
+        std::erase(mUnbuiltModels, model);
+        mUnbuiltModels.push_back(model);
     }
     mModelsOfPass = inModels;
     mDispatcher = std::make_unique<EventDispatcher>(*this, mSharedModel->GetFiberState(), mBrokenStacks, inModels);
@@ -157,13 +162,11 @@ bool Session::FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, 
     mCallstackTrie.FinishCallstacks();
     if (System::gIsCanceled(inIsCanceled))
         return true;
+    for (Model* model : mModelsOfPass)
+        std::erase(mUnbuiltModels, model);
+    mModelsToSave.insert(mModelsToSave.end(), mModelsOfPass.begin(), mModelsOfPass.end());
     if (!mModelsOfPass.empty())
-    {
-        const auto isBuilt = [this](const Model* inModel)
-        { return std::find(mModelsOfPass.begin(), mModelsOfPass.end(), inModel) != mModelsOfPass.end(); };
-        mIsSharedModelSound = std::all_of(mModelsToReprocess.begin(), mModelsToReprocess.end(), isBuilt);
-        mModelsToSave = mModelsOfPass;
-    }
+        mIsSharedModelSound = mUnbuiltModels.empty();
     return SaveSession(ioErrors);
 }
 

@@ -60,7 +60,7 @@ bool Session::SaveSharedModel(Utility::ErrorState& ioErrors) const
     if (!Utility::Check(ioErrors, FileSystem::gCreateDirectories(folder), sNoCode, "Could not model path %s", folder))
         return false;
     const RTTI::Object* model = mSharedModel.get();
-    return Serialization::gWriteObjectsToFile(gGetSharedModelPath(*this), {&model, 1}, ioErrors);
+    return Serialization::gReplaceFileWithObjects(gGetSharedModelPath(*this), {&model, 1}, ioErrors);
 }
 
 bool Session::ResetSharedModel(Utility::ErrorState& ioErrors) const

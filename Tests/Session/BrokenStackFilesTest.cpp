@@ -1,3 +1,5 @@
+#include "Tests/Support/BrokenStackFiles.h"
+
 #include "FileSystem/File.h"
 #include "Serialization/BinaryWriter.h"
 #include "Serialization/Schema.h"
@@ -15,6 +17,7 @@
 #include <filesystem>
 #include <limits>
 #include <sstream>
+#include <tuple>
 #include <unordered_map>
 #include <utility>
 
@@ -274,7 +277,7 @@ TEST_F(BrokenStackFilesTest, ACountThatDoesNotFitTheContentIsNotLoaded)
     }
 }
 
-// --- Readers of several chunks ---
+// --- Readers ---
 
 // The results at the times, a digit each; where a range begins, its stack in brackets.
 std::string gStep(BrokenStackReader& ioReader, const std::vector<double>& inTimes)
@@ -287,8 +290,43 @@ std::string gStep(BrokenStackReader& ioReader, const std::vector<double>& inTime
         text += std::to_string(static_cast<int>(step));
         if (step == EBrokenStackStep::RangeBegins)
             text += "(" + std::to_string(range.Stack) + ")";
+        else
+            EXPECT_EQ(range.Stack, sNoCallstack);
     }
     return text;
+}
+
+// Times, the first of which is where the reader starts.
+TEST(BrokenStackReaderTest, StepsThroughTheRangesOfAThread)
+{
+    BrokenStackFiles files;
+    files.SetRanges(0, {{10.0, 20.0, 1}, {20.0, 30.0, 2}, {30.0, 30.0, 3}, {40.0, sNoEnd, 4}});
+    const std::pair<std::vector<double>, const char*> cases[] = {
+        {{0, 9, 10, 11, 19.9, 20}, "330(1)112"},
+        // Events at the start of a range all begin it.
+        {{10, 10, 10, 15}, "0(1)0(1)0(1)1"},
+        // A range that begins where another ends is seen at the next step with that time.
+        {{10, 20, 20, 25, 30}, "0(1)20(2)12"},
+        {{10, 20, 25, 30}, "0(1)212"},
+        // A range without length begins once and is passed.
+        {{25, 30, 30, 30, 35, 40, 1e9}, "120(3)330(4)1"},
+        // A reader starts at or in the range of its time.
+        {{15, 20}, "12"},
+        {{20, 25}, "0(2)1"},
+        {{35, 40}, "30(4)"},
+        {{50, sNoEnd, 60}, "123"},
+        // The comparison is exact: a range whose end no event has is never left.
+        {{0, 10, 21, 25, 40, 20, 20}, "30(1)33320(2)"}};
+    for (const auto& [times, expected] : cases)
+    {
+        BrokenStackReader reader(files.GetHolder(), 0, times[0]);
+        EXPECT_EQ(gStep(reader, times), expected);
+    }
+    BrokenStackReader ofOtherThread(files.GetHolder(), 1, 0.0);
+    EXPECT_EQ(gStep(ofOtherThread, {0, 10, 15, 20}), "3333");
+    BrokenRange range;
+    EXPECT_EQ(BrokenStackReader().StepTo(range, 10.0), EBrokenStackStep::Outside);
+    EXPECT_EQ(std::tuple(range.Start, range.End, range.Stack), std::tuple(-1.0, -1.0, sNoCallstack));
 }
 
 class BrokenStackChunksTest : public BrokenStackFilesTest

@@ -1,7 +1,6 @@
 #include "FileSystem/File.h"
 #include "RTTI/TypeQueries.h"
 #include "Session/Callstacks/BrokenStackChunk.h"
-#include "Session/Pass/FiberState.h"
 #include "Tests/FileSystem/TemporaryDirectory.h"
 #include "Tests/Support/SessionFixture.h"
 #include "Tests/Support/SessionRegistry.h"
@@ -247,28 +246,6 @@ TEST_F(BuildBrokenStackIndexTest, WhatCanNotBeWrittenEndsThePassWithoutAnIndex)
     for (const size_t i : {1, 2})
         EXPECT_EQ(mErrors.GetEntries()[i].Message, "Failed to write broken stack stream. Error: No space left on device");
     EXPECT_FALSE(std::filesystem::exists(At("stacks.index")));
-}
-
-// --- What it is good for ---
-
-TEST_F(BuildBrokenStackIndexTest, BarsGoOnInABrokenRange)
-{
-    const std::vector<TraceEvent> events = mFixture.BuildTrace("0 sample A main;work\n"
-                                                               "10 sample A leaf\n"
-                                                               "15 sample A leaf;other\n");
-    for (const TraceEvent& event : events)
-        Store(event);
-    Store("20 sample A main;work");
-    EXPECT_EQ(BuildRanges(), "0: 10..20 main;work\n");
-    OpenBarProcessorFiberState fibers;
-    OpenBarProcessor processor(GetSession(), fibers, GetSession().GetBrokenStacks(), 0, 0.0, 500.0F);
-    for (const TraceEvent& event : events)
-        processor.HandleEvent(event, OpenBarProcessor::sNoTimeLimit);
-    EXPECT_EQ(mFixture.PrintBars(processor.GetBars()), "main 0..16 run* 16\n"
-                                                       "work<main 0..16 run* 16 hits work:1\n"
-                                                       "[missing] 10..16 run* 6\n"
-                                                       "leaf 10..16 run* 6 hits leaf:1\n"
-                                                       "other<leaf 15..16 run* 1 hits other:1\n");
 }
 
 } // namespace

@@ -7,7 +7,7 @@
 
 #include <gmock/gmock.h>
 
-#include <filesystem>
+#include <functional>
 #include <random>
 
 using testing::ElementsAre;
@@ -145,26 +145,20 @@ TEST_F(CallstackTrieFileTest, DamageIsNamed)
 
 TEST_F(CallstackTrieFileTest, BlocksAreNotTrustedForTheirChecksum)
 {
-    const std::string damaged = "6: The stacks are damaged";
-    HandMadeStacks stacks = MakeSmall();
-    stacks.Blocks[0].Count = 65536;
-    EXPECT_EQ(LoadError(stacks.Build()), damaged);
-    stacks = MakeSmall();
-    stacks.Blocks[0].Width = 3;
-    EXPECT_EQ(LoadError(stacks.Build()), damaged);
-    stacks = MakeSmall();
-    stacks.Blocks.push_back(stacks.Blocks[0]);
-    stacks.BlockCount = 2;
-    EXPECT_EQ(LoadError(stacks.Build()), damaged) << "a block before the last that isn't full";
-    stacks = MakeSmall();
-    stacks.BlockCount = 2;
-    EXPECT_EQ(LoadError(stacks.Build()), damaged);
-    stacks = MakeSmall();
-    stacks.Blocks[0].Content[4 * 8 + 2 * 2] = 2;
-    EXPECT_EQ(LoadError(stacks.Build()), damaged) << "a node that is its own parent";
-    stacks = MakeSmall();
-    stacks.Blocks[0].Content.push_back(0);
-    EXPECT_EQ(LoadError(stacks.Build()), damaged);
+    const std::function<void(HandMadeStacks&)> changes[] = {
+        [](HandMadeStacks& ioStacks) { ioStacks.Blocks[0].Count = 65536; },
+        [](HandMadeStacks& ioStacks) { ioStacks.Blocks[0].Width = 3; }, [](HandMadeStacks& ioStacks) { ioStacks.BlockCount = 2; },
+        // A block before the last that isn't full.
+        [](HandMadeStacks& ioStacks) { ioStacks.Blocks.resize(ioStacks.BlockCount = 2, ioStacks.Blocks[0]); },
+        // A node that is its own parent.
+        [](HandMadeStacks& ioStacks) { ioStacks.Blocks[0].Content[4 * 8 + 2 * 2] = 2; },
+        [](HandMadeStacks& ioStacks) { ioStacks.Blocks[0].Content.push_back(0); }};
+    for (const auto& change : changes)
+    {
+        HandMadeStacks stacks = MakeSmall();
+        change(stacks);
+        EXPECT_EQ(LoadError(stacks.Build()), "6: The stacks are damaged") << &change - changes;
+    }
 }
 
 TEST_F(CallstackTrieFileTest, WhatCanNotBeWrittenLeavesTheOldFile)

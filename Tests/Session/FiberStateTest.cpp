@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <utility>
+
 namespace
 {
 
@@ -28,12 +31,9 @@ TEST(FiberStateTest, FindsTheLastSwitchOutThatIsNotAboveTheTime)
     state.AddFiberEvent(sFiber, {gMakeBar(200)}, 2.0);
     state.AddFiberEvent(sFiber, {gMakeBar(300)}, 2.0);
     state.AddFiberEvent(sFiber, {gMakeBar(100)}, 4.0);
-    EXPECT_EQ(gFind(state, 0.5), 0U);
-    EXPECT_EQ(gFind(state, 1.0), 100U);
-    EXPECT_EQ(gFind(state, 1.5), 100U);
-    EXPECT_EQ(gFind(state, 2.0), 300U);
-    EXPECT_EQ(gFind(state, 3.9), 300U);
-    EXPECT_EQ(gFind(state, 100.0), 100U);
+    const std::pair<double, uint64_t> cases[] = {{0.5, 0}, {1, 100}, {1.5, 100}, {2, 300}, {3.9, 300}, {100, 100}};
+    for (const auto& [time, function] : cases)
+        EXPECT_EQ(gFind(state, time), function) << time;
     EXPECT_EQ(gFind(state, 100.0, sFiber + 1), 0U);
     EXPECT_EQ(state.GetNumStates(), 3U);
 }
@@ -51,19 +51,14 @@ TEST(FiberStateTest, StacksThatDifferInAnyFieldAreStoredApart)
 {
     OpenBarProcessorFiberState state;
     size_t count = 0;
-    const auto addAndExpectNew = [&](const std::vector<SavedBar>& inBars)
+    const std::vector<SavedBar> stacks[] = {
+        {{1, 2, 3, {4, {5}}}}, {{9, 2, 3, {4, {5}}}}, {{1, 9, 3, {4, {5}}}},          {{1, 2, 9, {4, {5}}}},
+        {{1, 2, 3, {9, {5}}}}, {{1, 2, 3, {4, {9}}}}, {{1, 2, 3, {4, {0x40000005}}}}, {{1, 2, 3, {4, {5}}}, {1, 2, 3, {4, {5}}}}};
+    for (const std::vector<SavedBar>& stack : stacks)
     {
-        state.AddFiberEvent(sFiber, inBars, 1.0);
+        state.AddFiberEvent(sFiber, stack, 1.0);
         EXPECT_EQ(state.GetNumStates(), ++count);
-    };
-    addAndExpectNew({{1, 2, 3, {4, {5}}}});
-    addAndExpectNew({{9, 2, 3, {4, {5}}}});
-    addAndExpectNew({{1, 9, 3, {4, {5}}}});
-    addAndExpectNew({{1, 2, 9, {4, {5}}}});
-    addAndExpectNew({{1, 2, 3, {9, {5}}}});
-    addAndExpectNew({{1, 2, 3, {4, {9}}}});
-    addAndExpectNew({{1, 2, 3, {4, {0x40000005}}}});
-    addAndExpectNew({{1, 2, 3, {4, {5}}}, {1, 2, 3, {4, {5}}}});
+    }
 }
 
 TEST(FiberStateTest, AllFieldsComeBack)
@@ -73,11 +68,9 @@ TEST(FiberStateTest, AllFieldsComeBack)
     std::vector<SavedBar> bars{gMakeBar(1), gMakeBar(2), gMakeBar(3)};
     ASSERT_TRUE(state.FindFiberState(sFiber, 1.0, bars));
     ASSERT_EQ(bars.size(), 2U);
-    EXPECT_EQ(bars[1].InstrumentationContextID, 11U);
-    EXPECT_EQ(bars[1].LastAbsoluteAddress, 12U);
-    EXPECT_EQ(bars[1].ReturnAddress, 13U);
-    EXPECT_EQ(bars[1].Frame.RelativeAddress, 14U);
-    EXPECT_EQ(bars[1].Frame.ResolveIndex.Index, 15U);
+    EXPECT_EQ(std::tuple(bars[1].InstrumentationContextID, bars[1].LastAbsoluteAddress, bars[1].ReturnAddress,
+                         bars[1].Frame.RelativeAddress, bars[1].Frame.ResolveIndex.Index),
+              std::tuple(11U, 12U, 13U, 14U, 15U));
 }
 
 } // namespace

@@ -57,14 +57,6 @@ TEST(NativeModuleTest, ANewOneIsNamedAfterItsFile)
     EXPECT_EQ(FakeNativeModule("", 0, ESymbolLookupAddressMode::Absolute).GetBase(0x1000), 0U);
 }
 
-TEST(NativeModuleTest, OneOfAFileIsOfAnOldCapture)
-{
-    const FakeNativeModule module;
-    EXPECT_EQ(module.ResolveStatus, EResolveStatus::OldCapture);
-    EXPECT_EQ(module.ImageSize, -1);
-    EXPECT_EQ(module.GetBuildIDText(), "");
-}
-
 TEST(NativeModuleTest, FunctionsAreAddedOnceUntilTheyAreSorted)
 {
     FakeNativeModule module("app");
@@ -77,8 +69,10 @@ TEST(NativeModuleTest, FunctionsAreAddedOnceUntilTheyAreSorted)
     EXPECT_EQ(module.FindCachedFunction(0x100).ModuleIndex, 3U);
 
     module.AddFunction(0x200, 0x10, "b");
+    module.AddFunction(0x100, 0, "a again");
     module.SortFunctions();
     EXPECT_THAT(gPrintFunctions(module), ElementsAre("100+20 a", "200+10 b", "300+10 c"));
+    EXPECT_EQ(module.FindCachedFunction(0x110).Name, "a");
 }
 
 TEST(NativeModuleTest, AFunctionIsFoundFromItsStartToItsEnd)

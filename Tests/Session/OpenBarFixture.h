@@ -1,6 +1,7 @@
 // Runs events that are told as text through the OpenBarProcessor of thread A, and gives reports and bars as text.
 //
-// The functions of the world: main, work, leaf, other and idle, in one module of process 0. Samples stand for one millisecond.
+// The functions of the world: main, work, leaf, other, idle and stop, which ends a stack, in one module of process 0, shadow in
+// its place in process 1, and before, which gives way to after at time 100. Samples stand for one millisecond.
 #pragma once
 
 #include "Tests/Support/BrokenStackFiles.h"
@@ -25,11 +26,18 @@ protected:
                                     {0x200, 0x80, "work"},
                                     {0x300, 0x80, "leaf"},
                                     {0x400, 0x80, "other"},
-                                    {0x500, 0x80, "idle"}}))
+                                    {0x500, 0x80, "idle"},
+                                    {0x600, 0x80, "stop"}}))
     {
+        mFixture.AddProcess("other");
         mFixture.LoadModule(mGame, sGameBase);
+        mFixture.LoadModule(mFixture.AddModule("/bin/shadow", sGameSize, {{0x100, 0x180, "shadow"}}), sGameBase, 1);
+        mFixture.LoadModule(mFixture.AddModule("/bin/before", 0x1000, {{0x100, 0x40, "before"}}), 0x50000, 0, 0.0, 100.0);
+        mFixture.LoadModule(mFixture.AddModule("/bin/after", 0x1000, {{0x100, 0x40, "after"}}), 0x50000, 0, 100.5, 200.0);
         mFixture.AddThread("A");
         mFixture.AddThread("B");
+        mFixture.GetPlatform().StopModule = &mGame;
+        mFixture.GetPlatform().StopAddresses = {0x600};
     }
 
     // Makes the processor anew, for what a constructor looks at: ranges and the thread.
@@ -48,12 +56,14 @@ protected:
         mBrokenStacks.SetRanges(0, mRanges);
     }
 
-    void Run(const std::string& inTrace)
+    // Gives the bars that are open at the end.
+    std::string Run(const std::string& inTrace)
     {
         if (mProcessor == nullptr)
             Start();
         for (const Profiler::TraceEvent& event : mFixture.BuildTrace(inTrace))
             mProcessor->HandleEvent(event, mMaxTime);
+        return PrintBars();
     }
 
     [[nodiscard]] std::string TakeReports() { return mRecorder->TakeReports(); }

@@ -10,6 +10,7 @@
 #include <limits>
 #include <map>
 #include <set>
+#include <tuple>
 
 namespace
 {
@@ -56,9 +57,7 @@ TEST_F(ProcessAndThreadTest, CapturedProcessesHaveNegativeIDs)
     EXPECT_EQ(process.ID, sFirstProcess);
     EXPECT_EQ(process.DisplayID, 4711);
     EXPECT_EQ(process.Name + process.Path + process.OptionalProcessInfo->CommandLine, "app/bin/appapp --fast");
-    EXPECT_FALSE(process.Is64Bit);
-    EXPECT_EQ(process.StartTimeMs, 1.5);
-    EXPECT_EQ(process.EndTimeMs, 9.5);
+    EXPECT_EQ(std::tuple(process.Is64Bit, process.StartTimeMs, process.EndTimeMs), std::tuple(false, 1.5, 9.5));
     EXPECT_EQ(AddProcess("second"), sFirstProcess + 1);
 
     EXPECT_EQ(mSession.GetProcess(sFirstProcess + 1)->Name, "second");
@@ -85,9 +84,8 @@ TEST_F(ProcessAndThreadTest, ThreadsAreNumberedAndEnteredInTheirProcess)
     AddThread(first, "x");
     AddThread(second, "y");
     const Thread& thread = mSession.AddThread(first, 99, "z", 2.0, 3.0);
-    EXPECT_EQ(thread.ThreadID, 2);
-    EXPECT_EQ(thread.DisplayThreadID, 99);
-    EXPECT_EQ(thread.StartTimeMs + 10 * thread.EndTimeMs, 32.0);
+    EXPECT_EQ(std::tuple(thread.ThreadID, thread.DisplayThreadID, thread.StartTimeMs, thread.EndTimeMs),
+              std::tuple(2, 99, 2.0, 3.0));
     EXPECT_THAT(mSession.GetProcess(first)->ThreadOrder, ElementsAre(0, 2));
     EXPECT_THAT(mSession.GetProcess(second)->ThreadOrder, ElementsAre(1));
 
@@ -162,26 +160,19 @@ TEST_F(ProcessAndThreadTest, StartsAndEndsSetTimesAndNumber)
     const Thread& thread = *mSession.GetThread(id);
     mSession.GetSessionInfo().SessionEndTimeMs = 1000;
 
-    Update(5, sFirstProcess, id, ThreadStartEvent{0, 0});
-    EXPECT_EQ(thread.StartTimeMs, 5.0);
-    Update(6, sFirstProcess, id, ThreadStartEvent{1, 0});
-    EXPECT_EQ(thread.StartTimeMs, 0.0) << "it existed before";
-    Update(7, sFirstProcess, id, ThreadStartEvent{2, 0});
-    EXPECT_EQ(thread.StartTimeMs, 7.0);
-    EXPECT_EQ(thread.DisplayThreadID, 1);
-    Update(8, sFirstProcess, id, ThreadStartDisplayEvent{42, 0, 0});
-    EXPECT_EQ(thread.StartTimeMs, 8.0);
-    EXPECT_EQ(thread.DisplayThreadID, 42);
-
-    Update(20, sFirstProcess, id, ThreadEndEvent{0});
-    EXPECT_EQ(thread.EndTimeMs, 20.0);
-    Update(21, sFirstProcess, id, ThreadEndEvent{1});
-    EXPECT_EQ(thread.EndTimeMs, 1000.0) << "alive at the end";
-    Update(22, sFirstProcess, id, ThreadEndEvent{2});
-    EXPECT_EQ(thread.EndTimeMs, 22.0);
-    Update(23, sFirstProcess, id, ThreadEndDisplayEvent{43, 1});
-    EXPECT_EQ(thread.EndTimeMs, 1000.0);
-    EXPECT_EQ(thread.DisplayThreadID, 43);
+    const auto update = [&](double inTime, TraceEvent::Payload inPayload)
+    {
+        Update(inTime, sFirstProcess, id, std::move(inPayload));
+        return Utility::gFormat("%d: %g..%g", thread.DisplayThreadID, thread.StartTimeMs, thread.EndTimeMs);
+    };
+    EXPECT_EQ(update(5, ThreadStartEvent{0, 0}), "1: 5..0");
+    EXPECT_EQ(update(6, ThreadStartEvent{1, 0}), "1: 0..0") << "it existed before";
+    EXPECT_EQ(update(7, ThreadStartEvent{2, 0}), "1: 7..0");
+    EXPECT_EQ(update(8, ThreadStartDisplayEvent{42, 0, 0}), "42: 8..0");
+    EXPECT_EQ(update(20, ThreadEndEvent{0}), "42: 8..20");
+    EXPECT_EQ(update(21, ThreadEndEvent{1}), "42: 8..1000") << "alive at the end";
+    EXPECT_EQ(update(22, ThreadEndEvent{2}), "42: 8..22");
+    EXPECT_EQ(update(23, ThreadEndDisplayEvent{43, 1}), "43: 8..1000");
     EXPECT_EQ(thread.ThreadName, "named");
 }
 
@@ -231,22 +222,23 @@ TEST_F(ProcessAndThreadTest, EventsOfOthersTellNothing)
 
 TEST_F(ProcessAndThreadTest, StacksComeFromTheTrieOnceItIsInUse)
 {
+    // Both forms of the query give the same.
+    const auto get = [this](CallstackKey inKey)
+    {
+        const Callstack* stack = mSession.GetCallstack(inKey);
+        Callstack copy = {9};
+        EXPECT_EQ(mSession.GetCallstack(inKey, copy), stack != nullptr);
+        EXPECT_EQ(copy, stack != nullptr ? *stack : Callstack());
+        return copy;
+    };
     mSession.GetCallstackDatabase().StacksByID[5] = std::make_unique<Callstack>(Callstack{1, 2});
-    Callstack copy = {9};
-    ASSERT_NE(mSession.GetCallstack(5), nullptr);
-    EXPECT_THAT(*mSession.GetCallstack(5), ElementsAre(1, 2));
-    EXPECT_TRUE(mSession.GetCallstack(5, copy));
-    EXPECT_THAT(copy, ElementsAre(1, 2));
+    EXPECT_THAT(get(5), ElementsAre(1, 2));
     EXPECT_EQ(mSession.GetCallstack(0), nullptr);
-    EXPECT_FALSE(mSession.GetCallstack(sNoCallstack, copy));
-    EXPECT_THAT(copy, IsEmpty());
+    EXPECT_THAT(get(sNoCallstack), IsEmpty());
 
     mSession.GetCallstackTrie().InitializeCallstacks();
-    EXPECT_EQ(mSession.GetCallstack(5), nullptr) << "older stacks no longer answer";
-    const CallstackKey key = mSession.GetCallstackTrie().AddCallstack(0, Callstack{10, 20});
-    EXPECT_THAT(*mSession.GetCallstack(key), ElementsAre(10, 20));
-    EXPECT_TRUE(mSession.GetCallstack(key, copy));
-    EXPECT_THAT(copy, ElementsAre(10, 20));
+    EXPECT_THAT(get(5), IsEmpty()) << "older stacks no longer answer";
+    EXPECT_THAT(get(mSession.GetCallstackTrie().AddCallstack(0, Callstack{10, 20})), ElementsAre(10, 20));
     EXPECT_EQ(mSession.GetCallstack(sNoCallstack), nullptr);
 }
 
@@ -288,14 +280,6 @@ TEST(ThreadStateTest, ColorsFollowFromHueSaturationAndValue)
     EXPECT_EQ(gPrintColor(EThemeType::Dark, ThreadState::IO), "0.3420 0.4522 0.5700 1.0") << "hue 211";
     EXPECT_EQ(gPrintColor(EThemeType::Dark, ThreadState::Sleep), "0.4533 0.3600 0.5000 1.0") << "hue 280";
     EXPECT_EQ(gPrintColor(EThemeType::FollowWindows, ThreadState::Idle), "0.0000 0.0000 0.0000 0.0");
-}
-
-TEST(ThreadStateTest, DescriptionsAreTheNamesButForTheUnknownWait)
-{
-    for (size_t state = 1; state < ThreadStateName.size(); ++state)
-        EXPECT_STREQ(ThreadStateDescription[state], ThreadStateName[state]);
-    EXPECT_STREQ(ThreadStateName[0], "UnknownWaitState");
-    EXPECT_THAT(ThreadStateDescription[0], testing::StartsWith("Thread is in wait state. Thread started before profiling"));
 }
 
 } // namespace

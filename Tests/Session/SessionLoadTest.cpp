@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <stdexcept>
 
 namespace
 {
@@ -46,15 +45,6 @@ protected:
     }
 
     void LetModelsLoad() { mFirst.IsLoadable = mSecond.IsLoadable = true; }
-
-    // Ends the test if the session can't be loaded.
-    std::unique_ptr<Session> LoadWhole()
-    {
-        std::unique_ptr<Session> session = Load();
-        if (session == nullptr)
-            throw std::runtime_error(Utility::GetErrorText(mLoadErrors));
-        return session;
-    }
 
     // "code: message" of the last error of a load that must fail.
     std::string LoadError()

@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <stdexcept>
 #include <utility>
 
 namespace
@@ -33,11 +32,18 @@ protected:
         StoreEvents(inTrace);
         BuildBrokenStackIndex();
         EXPECT_EQ(RunPass(), "") << Utility::GetErrorText(mErrors);
-        std::unique_ptr<Session> session = Load();
-        if (session == nullptr)
-            throw std::runtime_error(Utility::GetErrorText(mLoadErrors));
+        std::unique_ptr<Session> session = LoadWhole();
         TakeCalls();
         return session;
+    }
+
+    // Nothing that a later load would trust.
+    void ExpectASaveWithoutModels()
+    {
+        TakeCalls();
+        EXPECT_TRUE(GetSession().SaveSession(mErrors));
+        EXPECT_THAT(TakeCalls(), IsEmpty());
+        EXPECT_FALSE(Exists("Shared/Model.dat"));
     }
 
     // Without the calls about bars and threads.
@@ -110,6 +116,7 @@ TEST_F(SessionPassTest, ACancellationEndsTheEvents)
     EXPECT_EQ(TakeEventCalls().back(), "second: event 0 at 4");
     EXPECT_THAT(mErrors.GetEntries(), IsEmpty());
     EXPECT_FALSE(Exists("game.session"));
+    ExpectASaveWithoutModels();
 }
 
 TEST_F(SessionPassTest, ACancellationWhileFinishingLeavesTheSessionUnsaved)
@@ -129,6 +136,7 @@ TEST_F(SessionPassTest, ACancellationWhileFinishingLeavesTheSessionUnsaved)
     EXPECT_EQ(TakeCalls().back(), "second: finish canceled");
     EXPECT_FALSE(Exists("game.session"));
     EXPECT_THAT(List("game/Shared"), IsEmpty());
+    ExpectASaveWithoutModels();
 }
 
 TEST_F(SessionPassTest, ACanceledReprocessFinishesNothing)
@@ -165,6 +173,21 @@ TEST_F(SessionPassTest, OnlyAReprocessDropsEventsOfOtherProcesses)
     ASSERT_EQ(RunPass(), "");
     EXPECT_THAT(TakeEventCalls(), ElementsAre("first: event 7 at 1", "second: event 7 at 1", "first: event 8 at 2",
                                               "second: event 8 at 2", "first: event 0 at 3", "second: event 0 at 3"));
+}
+
+TEST_F(SessionPassTest, ThreadsThatNoListKnowsHaveBarsAndStayOutOfTheLists)
+{
+    mFirst.IsLoadable = true;
+    const std::unique_ptr<Session> session =
+        StoreAndLoad("1 sample 77 main\n2 sample -1 main\n3 name 77 unheard-of\n5 exit 77 0");
+    const auto matcher = ElementsAre("second: prepare", "second: begin", "second: create 77", "second: event 77 at 1",
+                                     "second: create -1", "second: event -1 at 2", "second: event 77 at 3",
+                                     "second: event 77 at 5", "second: bars 77 keep 0 of 1", "second: finish thread 77",
+                                     "second: bars -1 keep 0 of 1", "second: finish thread -1", "second: finish", "second: save");
+    EXPECT_TRUE(Reprocess(*session));
+    EXPECT_THAT(TakeCalls(), matcher);
+    EXPECT_EQ(GetSession().GetThreadList().size(), 2U);
+    EXPECT_EQ(session->GetThreadList().size(), 2U);
 }
 
 TEST_F(SessionPassTest, AReprocessTranslatesProcesses)

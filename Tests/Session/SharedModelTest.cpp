@@ -48,8 +48,7 @@ TEST_F(SharedModelTest, TheFirstSharedModelOfTheFileIsTaken)
     std::vector<SavedBar> bars;
     EXPECT_FALSE(loaded->GetFiberState().FindFiberState(7, 2.0, bars));
     ASSERT_TRUE(loaded->GetFiberState().FindFiberState(7, 3.0, bars));
-    ASSERT_EQ(bars.size(), 1U);
-    EXPECT_EQ(bars[0].LastAbsoluteAddress, 5U);
+    EXPECT_THAT(bars, ElementsAre(testing::Field(&SavedBar::LastAbsoluteAddress, 5U)));
 }
 
 TEST_F(SharedModelTest, AFileWithoutOneIsRefused)

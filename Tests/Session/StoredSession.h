@@ -12,6 +12,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -74,6 +75,15 @@ protected:
                                                        mFixture.GetFrontEnd(), session, mFlags, platform, mLoadErrors);
         EXPECT_EQ(isLoaded, session != nullptr);
         EXPECT_TRUE(!isLoaded || platform == mFixture.GetFrontEnd().Platform);
+        return session;
+    }
+
+    // Ends the test if the session can't be loaded.
+    std::unique_ptr<Profiler::Session> LoadWhole()
+    {
+        std::unique_ptr<Profiler::Session> session = Load();
+        if (session == nullptr)
+            throw std::runtime_error(Utility::GetErrorText(mLoadErrors));
         return session;
     }
 

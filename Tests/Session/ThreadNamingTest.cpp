@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace
 {
 
@@ -42,12 +44,7 @@ protected:
 
 TEST_F(ThreadNamingTest, WellKnownStartFunctionsNameTheirThreads)
 {
-    const struct
-    {
-        const char* Path;
-        const char* Function;
-        const char* Name;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"C:\\Windows\\clr.dll", "clr!Thread::intermediateThreadProc", "CLR Worker"},
         {"clr.dll", "SockAsyncThreadStart", "WinSock"},
         {"clr.dll", "DebuggerRCThread::ThreadProc", "Debugger Helper"},

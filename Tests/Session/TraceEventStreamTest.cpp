@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <limits>
+#include <optional>
 #include <random>
 
 using testing::ElementsAre;
@@ -110,13 +111,18 @@ protected:
         EXPECT_EQ(reader.GetFailure(), "");
         return events;
     }
+    // Of all that the reader still gives below the limit.
+    static std::vector<double> ReadTimes(TraceEventStreamReader& ioReader, std::optional<double> inLimit = {})
+    {
+        std::vector<double> times;
+        for (TraceEvent event; inLimit ? ioReader.NextEvent(event, *inLimit) : ioReader.NextEvent(event);)
+            times.push_back(event.TimeMs);
+        return times;
+    }
     std::string ReadFailure()
     {
         TraceEventStreamReader reader = mStream->CreateReader(0.0);
-        TraceEvent event;
-        while (reader.NextEvent(event))
-        {
-        }
+        static_cast<void>(ReadTimes(reader));
         Utility::ErrorState errors;
         EXPECT_EQ(reader.CheckSound(errors), reader.GetFailure().empty());
         return reader.GetFailure();
@@ -238,18 +244,11 @@ TEST_F(TraceEventStreamTest, ALimitHoldsEventsBack)
     Make();
     AddSamples({0, 1, 2, 2, 3}, 2);
     TraceEventStreamReader reader = mStream->CreateReader(0.0);
-    TraceEvent event;
-    EXPECT_TRUE(reader.NextEvent(event, 1.0));
-    EXPECT_FALSE(reader.NextEvent(event, 1.0)) << "the limit itself is above";
-    EXPECT_FALSE(reader.NextEvent(event, 1.0));
+    EXPECT_THAT(ReadTimes(reader, 1.0), ElementsAre(0.0)) << "the limit itself is above";
+    EXPECT_THAT(ReadTimes(reader, 1.0), IsEmpty());
     EXPECT_EQ(reader.GetEventsRead(), 1U);
-    EXPECT_TRUE(reader.NextEvent(event, 2.5));
-    EXPECT_EQ(event.TimeMs, 1.0);
-    EXPECT_TRUE(reader.NextEvent(event));
-    EXPECT_TRUE(reader.NextEvent(event));
-    EXPECT_TRUE(reader.NextEvent(event));
-    EXPECT_EQ(event.TimeMs, 3.0);
-    EXPECT_FALSE(reader.NextEvent(event));
+    EXPECT_THAT(ReadTimes(reader, 2.5), ElementsAre(1.0, 2.0, 2.0));
+    EXPECT_THAT(ReadTimes(reader), ElementsAre(3.0));
     EXPECT_EQ(reader.GetEventsRead(), 5U);
 }
 
@@ -277,11 +276,7 @@ TEST_F(TraceEventStreamTest, InstrumentationCanBeLeftOutAndStillCounts)
     mStream->SetIncludeInstrumentation(false);
     TraceEventStreamReader reader = mStream->CreateReader(0.0);
     mStream->SetIncludeInstrumentation(true);
-    TraceEvent event;
-    std::vector<double> times;
-    while (reader.NextEvent(event))
-        times.push_back(event.TimeMs);
-    EXPECT_THAT(times, ElementsAre(0.0, 4.0));
+    EXPECT_THAT(ReadTimes(reader), ElementsAre(0.0, 4.0));
     EXPECT_EQ(reader.GetEventsRead(), mStream->GetNumEvents());
     EXPECT_THAT(ReadAll(), testing::SizeIs(6));
 }
@@ -294,13 +289,8 @@ TEST_F(TraceEventStreamTest, ACopyReadsOnItsOwn)
     TraceEvent event;
     ASSERT_TRUE(reader.NextEvent(event));
     TraceEventStreamReader copy = reader;
-    while (reader.NextEvent(event))
-    {
-    }
-    std::vector<double> times;
-    while (copy.NextEvent(event))
-        times.push_back(event.TimeMs);
-    EXPECT_THAT(times, ElementsAre(1.0, 2.0, 3.0, 4.0));
+    EXPECT_THAT(ReadTimes(reader), testing::SizeIs(4));
+    EXPECT_THAT(ReadTimes(copy), ElementsAre(1.0, 2.0, 3.0, 4.0));
     EXPECT_EQ(copy.GetEventsRead(), 5U);
 }
 
@@ -445,13 +435,6 @@ protected:
         return mStream->UpgradeStream(mIsCanceled, mErrors, [this](float inFraction) { mProgress.push_back(inFraction); });
     }
 
-    // The old files are in their place, with nothing beside them.
-    void ExpectOldFiles(const std::vector<uint8_t>& inIndex, const std::vector<uint8_t>& inData)
-    {
-        EXPECT_EQ(ReadFile("events.index"), inIndex);
-        EXPECT_EQ(ReadFile("events.dat"), inData);
-    }
-
     bool mIsCanceled = false;
     std::vector<float> mProgress;
 };
@@ -499,18 +482,18 @@ TEST_F(StreamUpgradeTest, FailuresLeaveTheOldFiles)
 {
     const Events events = gMakeAllKinds();
     WriteOldFiles(events, 7);
-    const std::vector<uint8_t> index = ReadFile("events.index");
-    const std::vector<uint8_t> data = ReadFile("events.dat");
+    const auto readFiles = [this] { return std::pair(ReadFile("events.index"), ReadFile("events.dat")); };
+    const auto oldFiles = readFiles();
 
     Reload();
     mIsCanceled = true;
     EXPECT_FALSE(Upgrade());
     EXPECT_THAT(List(""), ElementsAre("events.dat", "events.index"));
-    ExpectOldFiles(index, data);
+    EXPECT_EQ(readFiles(), oldFiles);
     mIsCanceled = false;
     Flush();
     EXPECT_TRUE(mStream->NeedsUpgrade());
-    ExpectOldFiles(index, data);
+    EXPECT_EQ(readFiles(), oldFiles);
 
     // A backup that can't be deleted.
     MakeDirectory("events_old.dat");
@@ -519,7 +502,7 @@ TEST_F(StreamUpgradeTest, FailuresLeaveTheOldFiles)
     EXPECT_EQ(mErrors.GetEntries().back().Message,
               "Unable to upgrade event stream: failed to replace file " + At("events.dat") + " with " + At("events_tmp.dat"));
     EXPECT_THAT(List(""), ElementsAre("events.dat", "events.index", "events_old.dat"));
-    ExpectOldFiles(index, data);
+    EXPECT_EQ(readFiles(), oldFiles);
 }
 
 TEST_F(StreamUpgradeTest, DamagedRecordsEndIt)

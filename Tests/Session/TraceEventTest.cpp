@@ -159,36 +159,6 @@ TEST_F(TraceEventTest, UnknownTypesAreInvalidAndReadNothing)
     }
 }
 
-TEST_F(TraceEventTest, EveryFieldCountsInComparisons)
-{
-    for (size_t type = 0; type < mEvents.size(); ++type)
-    {
-        const TraceEvent event = mEvents[type].MakeEvent();
-        EXPECT_EQ(event, TraceEvent(event));
-        EXPECT_NE(event, TraceEvent(sTime + 1, sProcess, sThread, event.GetPayload()));
-        EXPECT_NE(event, TraceEvent(sTime, sProcess + 1, sThread, event.GetPayload()));
-        EXPECT_NE(event, TraceEvent(sTime, sProcess, sThread + 1, event.GetPayload()));
-
-        const ByteBuffer bytes = gEncode(event);
-        for (size_t i = 0; i < bytes.GetSize(); ++i)
-        {
-            std::vector<uint8_t> changed(bytes.GetData(), bytes.GetData() + bytes.GetSize());
-            changed[i] ^= 1;
-            TraceEvent other;
-            EXPECT_TRUE(!gDecode(type, changed.data(), changed.size(), other) || other != event)
-                << "type " << type << ", byte " << i;
-        }
-    }
-    EXPECT_NE(TraceEvent(sTime, 0, 0, Reserved13Event{5}), TraceEvent(sTime, 0, 0, Reserved14Event{5}));
-}
-
-TEST_F(TraceEventTest, AnInstrumentationWithoutColorReadsAsWhite)
-{
-    const TraceEvent event = mEvents[static_cast<size_t>(ETraceEventType::InstrumentationBegin)].MakeEvent();
-    EXPECT_EQ(event.As<InstrumentationBeginEvent>()->sColor, 0xFFFFFFFFU);
-    EXPECT_EQ(event.As<InstrumentationBeginColoredEvent>(), nullptr);
-}
-
 TEST_F(TraceEventTest, OneRecordServesForAllEvents)
 {
     const unsigned seed = 20240611;

@@ -448,13 +448,8 @@ std::vector<uint8_t> PerfFileBuilder::Build() const
         content.AddBytes(bytes);
     }
     ByteWriter file;
-    file.Add(header)
-        .AddBytes(ids.Bytes)
-        .AddBytes(attributes.Bytes)
-        .AddBytes(records)
-        .AddBytes(sections.Bytes)
-        .AddBytes(content.Bytes);
-    return file.Bytes;
+    file.Add(header).AddBytes(ids.Bytes).AddBytes(attributes.Bytes);
+    return file.AddBytes(records).AddBytes(sections.Bytes).AddBytes(content.Bytes).Bytes;
 }
 
 } // namespace Host

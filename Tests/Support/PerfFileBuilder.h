@@ -65,6 +65,8 @@ class PerfFileBuilder
 public:
     // With the events of EBuilderEvent, each with one id per processor for two processors.
     PerfFileBuilder();
+    // And with records, see AddRecords.
+    explicit PerfFileBuilder(std::string_view inRecords) : PerfFileBuilder() { AddRecords(inRecords); }
 
     // The events, to change or replace before records are added.
     std::vector<BuilderEvent> Events;

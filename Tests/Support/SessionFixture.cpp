@@ -164,31 +164,6 @@ bool FakeModel::ProcessEvent(const TraceEvent& inEvent, ThreadProcessingState* i
     return Tell("event", Utility::gFormat(" %d at %s", inEvent.ThreadID, gPrintNumber(inEvent.TimeMs).c_str()));
 }
 
-bool FakeModel::BeginProcessing(Utility::ErrorState&)
-{
-    return Tell("begin");
-}
-
-void FakeModel::StopProcessing()
-{
-    Tell("stop");
-}
-
-bool FakeModel::FinishProcessing(Utility::ErrorState&, const bool& inIsCanceled)
-{
-    return Tell("finish", inIsCanceled ? " canceled" : "");
-}
-
-bool FakeModel::PrepareReprocess(Utility::ErrorState&)
-{
-    return Tell("prepare");
-}
-
-bool FakeModel::SaveModel(Utility::ErrorState&)
-{
-    return Tell("save");
-}
-
 FakeModelPlugin::FakeModelPlugin(std::string inName, CallList& ioCalls, const Utility::GUID& inModelID)
     : ModelPlugin("", "", nullptr, nullptr, inModelID),
       mName(std::move(inName)),
@@ -206,11 +181,6 @@ std::unique_ptr<Model> FakeModelPlugin::LoadModel(Session& inSession)
 {
     mCalls.push_back(mName + ": load");
     return IsLoadable ? std::make_unique<FakeModel>(*this, inSession, mName, mCalls) : nullptr;
-}
-
-std::unique_ptr<ILLMModel> FakeModelPlugin::CreateLLMModel(std::string&)
-{
-    return nullptr;
 }
 
 // --- The world ---
@@ -335,7 +305,9 @@ ThreadID SessionFixture::GetThreadID(const std::string& inName) const
 std::vector<TraceEvent> SessionFixture::BuildTrace(const std::string& inText)
 {
     std::vector<TraceEvent> events;
-    for (const std::string& text : gSplit(inText, '\n'))
+    std::string lines = inText;
+    std::replace(lines.begin(), lines.end(), ',', '\n');
+    for (const std::string& text : gSplit(lines, '\n'))
     {
         if (text.find_first_not_of(' ') == std::string::npos)
             continue;
@@ -379,30 +351,27 @@ TraceEvent::Payload SessionFixture::BuildPayload(const std::string& inVerb, Trac
             return ReadyThreadEvent{stack, process, readied};
         return ReadyThreadTimedEvent{stack, process, readied, std::stod(ioLine.TakeWord())};
     }
+    const int32_t shown = inVerb.ends_with("-shown") ? ioLine.TakeNumber<int32_t>() : 0;
     if (inVerb == "start")
         return ThreadStartEvent{ioLine.TakeNumber<uint8_t>(), 0};
+    if (inVerb == "start-shown")
+        return ThreadStartDisplayEvent{shown, ioLine.TakeNumber<uint8_t>(), 0};
     if (inVerb == "exit")
         return ThreadEndEvent{ioLine.TakeNumber<uint8_t>()};
-    if (inVerb == "start-shown" || inVerb == "exit-shown")
-    {
-        const auto shown = ioLine.TakeNumber<int32_t>();
-        const auto flag = ioLine.TakeNumber<uint8_t>();
-        if (inVerb == "start-shown")
-            return ThreadStartDisplayEvent{shown, flag, 0};
-        return ThreadEndDisplayEvent{shown, flag};
-    }
+    if (inVerb == "exit-shown")
+        return ThreadEndDisplayEvent{shown, ioLine.TakeNumber<uint8_t>()};
     if (inVerb == "name")
         return ThreadNameEvent{ioLine.TakeWord()};
     if (inVerb == "begin")
     {
         const CallstackKey stack = takeStack();
-        const std::string name = ioLine.TakeWord();
+        const std::string word = ioLine.TakeWord();
+        const std::string name = word == "-" ? "" : word;
         const std::string context = ioLine.TakeOptionalWord();
         const std::string color = ioLine.TakeOptionalWord();
         if (color.empty())
-            return InstrumentationBeginEvent{stack, name == "-" ? "" : name, context};
-        return InstrumentationBeginColoredEvent{stack, name == "-" ? "" : name, context,
-                                                static_cast<uint32_t>(std::stoul(color))};
+            return InstrumentationBeginEvent{stack, name, context};
+        return InstrumentationBeginColoredEvent{stack, name, context, static_cast<uint32_t>(std::stoul(color))};
     }
     if (inVerb == "end")
         return InstrumentationEndEvent{};
@@ -464,7 +433,7 @@ std::string SessionFixture::PrintBars(const OpenBars& inBars)
     std::string text;
     for (const OpenBar& bar : inBars.GetLive())
     {
-        text += PrintBarName(bar);
+        text += (text.empty() ? "" : "; ") + PrintBarName(bar);
         if (bar.ReturnAddress != sNoAddress)
             text += "<" + PrintAddress(bar.ReturnAddress, {bar.Frame.ResolveIndex.Index & ResolveIndex::sIndexMask});
         text += " " + gPrintNumber(bar.Start) + ".." + gPrintNumber(bar.End);
@@ -483,7 +452,6 @@ std::string SessionFixture::PrintBars(const OpenBars& inBars)
             mSession->GetModuleDatabase().GetInstrumentationDatabase().FindContext(bar.InstrumentationContextID);
         if (context != nullptr)
             text += " context " + *context;
-        text += "\n";
     }
     return text;
 }
@@ -493,9 +461,9 @@ std::string SessionFixture::PrintReport(const OpenBars& inBars, int inKeepCount,
 {
     const std::string chunkTime =
         inChunkTime == std::numeric_limits<double>::lowest() ? std::string("never") : gPrintNumber(inChunkTime);
-    return Utility::gFormat("keep %d of %d, chunk %d from %s%s\n", inKeepCount, static_cast<int>(inBars.GetSize()), inChunkIndex,
+    return Utility::gFormat("keep %d of %d, chunk %d from %s%s: ", inKeepCount, static_cast<int>(inBars.GetSize()), inChunkIndex,
                             chunkTime.c_str(), inIsChunkFinished ? " finished" : "") +
-           PrintBars(inBars);
+           PrintBars(inBars) + "\n";
 }
 
 BarRecorder::BarRecorder(SessionFixture& inFixture, OpenBarProcessor& ioProcessor)

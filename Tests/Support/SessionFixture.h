@@ -99,11 +99,14 @@ public:
     [[nodiscard]] bool FinishThread(Profiler::OpenBarProcessor& inProcessor, Utility::ErrorState& ioErrors) override;
     [[nodiscard]] bool ProcessEvent(const Profiler::TraceEvent& inEvent, Profiler::ThreadProcessingState* ioState,
                                     Utility::ErrorState& ioErrors) override;
-    [[nodiscard]] bool BeginProcessing(Utility::ErrorState& ioErrors) override;
-    void StopProcessing() override;
-    [[nodiscard]] bool FinishProcessing(Utility::ErrorState& ioErrors, const bool& inIsCanceled) override;
-    [[nodiscard]] bool PrepareReprocess(Utility::ErrorState& ioErrors) override;
-    [[nodiscard]] bool SaveModel(Utility::ErrorState& ioErrors) override;
+    [[nodiscard]] bool BeginProcessing(Utility::ErrorState&) override { return Tell("begin"); }
+    void StopProcessing() override { Tell("stop"); }
+    [[nodiscard]] bool FinishProcessing(Utility::ErrorState&, const bool& inIsCanceled) override
+    {
+        return Tell("finish", inIsCanceled ? " canceled" : "");
+    }
+    [[nodiscard]] bool PrepareReprocess(Utility::ErrorState&) override { return Tell("prepare"); }
+    [[nodiscard]] bool SaveModel(Utility::ErrorState&) override { return Tell("save"); }
 
     std::string FailingCall; // "begin", "event", "finish thread", "finish", "prepare" or "save"
 
@@ -128,7 +131,7 @@ public:
     [[nodiscard]] std::unique_ptr<Profiler::Model> CreateModel(Profiler::Session& inSession) override;
     // Gives nothing, so that the session makes a new one, unless told otherwise.
     [[nodiscard]] std::unique_ptr<Profiler::Model> LoadModel(Profiler::Session& inSession) override;
-    [[nodiscard]] std::unique_ptr<Profiler::ILLMModel> CreateLLMModel(std::string& outKey) override;
+    [[nodiscard]] std::unique_ptr<Profiler::ILLMModel> CreateLLMModel(std::string&) override { return nullptr; }
     void RegisterLLMTools(Profiler::IToolRegistry&) override {}
 
     bool IsLoadable = false;
@@ -213,8 +216,8 @@ public:
 
     // --- Events ---
 
-    // One event a line: time, verb, thread, and what the verb needs. A thread is a name, or a number for one that nothing
-    // created; "A@1" is thread A in process 1.
+    // One event a line, or several with commas between: time, verb, thread, and what the verb needs. A thread is a name, or a
+    // number for one that nothing created; "A@1" is thread A in process 1.
     //
     //     0 sample A main;work        7 stack A main              10 start A 1          13 begin A main;work Zone Context 255
     //     3 out A 6                   8 wake A B main             11 exit A 2           14 end A
@@ -229,14 +232,11 @@ public:
     // "work", "work+8", or a number where nobody knows the function.
     [[nodiscard]] std::string PrintAddress(uint64_t inRelativeAddress, Profiler::ResolveIndex inIndex);
 
-    // A line per bar, root first: name, caller, span and the time by state with a star at the state of the last stretch. What is
-    // as one expects is left out: no hits, no context.
-    //
-    //     main 0..5 run* 5
-    //     work<main+8 3..5 run* 2 hits work+4:2
+    // The bars, root first: name, caller, span and the time by state with a star at the state of the last stretch. What is as
+    // one expects is left out: no hits, no context. "main 0..5 run* 5; work<main+8 3..5 run* 2 hits work+4:2"
     [[nodiscard]] std::string PrintBars(const Profiler::OpenBars& inBars);
 
-    // "keep 1 of 2, chunk 0 from 0" and " finished", with the bars behind it on lines of their own.
+    // A line: "keep 1 of 2, chunk 0 from 0 finished: " and the bars.
     [[nodiscard]] std::string PrintReport(const Profiler::OpenBars& inBars, int inKeepCount, int inChunkIndex, double inChunkTime,
                                           bool inIsChunkFinished);
 

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
 
@@ -30,6 +31,14 @@ public:
     [[nodiscard]] std::string At(std::string_view inName) const
     {
         return inName.empty() ? mRoot : mRoot + '/' + std::string(inName);
+    }
+
+    // Makes the folders above the file as well. Gives its full path.
+    std::string Write(std::string_view inName, std::string_view inContent) const
+    {
+        std::filesystem::create_directories(std::filesystem::path(At(inName)).parent_path());
+        std::ofstream(At(inName), std::ios::binary) << inContent;
+        return At(inName);
     }
 
 private:
