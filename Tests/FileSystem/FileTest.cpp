@@ -4,7 +4,6 @@
 #include "Tests/FileSystem/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <optional>
 
@@ -18,6 +17,13 @@ namespace
 class FileTest : public TemporaryDirectoryTest
 {
 protected:
+    // A test may change the current directory and the mask for new files.
+    ~FileTest() override
+    {
+        std::filesystem::current_path(mPathBefore);
+        umask(mMaskBefore);
+    }
+
     [[nodiscard]] std::optional<std::string> Read(std::string_view inName) const
     {
         std::vector<uint8_t> bytes = {1, 2, 3};
@@ -32,34 +38,9 @@ protected:
         EXPECT_TRUE(gGetSubdirectories(inPath, "*.txt", paths)) << inPath;
         return paths;
     }
-};
 
-// Changes a setting of the whole process until the end of the block.
-class CurrentDirectoryScope
-{
-public:
-    explicit CurrentDirectoryScope(const std::string& inPath) : mBefore(std::filesystem::current_path())
-    {
-        std::filesystem::current_path(inPath);
-    }
-    ~CurrentDirectoryScope() { std::filesystem::current_path(mBefore); }
-    CurrentDirectoryScope(const CurrentDirectoryScope&) = delete;
-    CurrentDirectoryScope& operator=(const CurrentDirectoryScope&) = delete;
-
-private:
-    std::filesystem::path mBefore;
-};
-
-class CreationMaskScope
-{
-public:
-    explicit CreationMaskScope(mode_t inMask) : mBefore(umask(inMask)) {}
-    ~CreationMaskScope() { umask(mBefore); }
-    CreationMaskScope(const CreationMaskScope&) = delete;
-    CreationMaskScope& operator=(const CreationMaskScope&) = delete;
-
-private:
-    mode_t mBefore;
+    const std::filesystem::path mPathBefore = std::filesystem::current_path();
+    const mode_t mMaskBefore = umask(022);
 };
 
 TEST_F(FileTest, FilesAndDirectoriesExistAndHaveASize)
@@ -74,6 +55,8 @@ TEST_F(FileTest, FilesAndDirectoriesExistAndHaveASize)
     EXPECT_FALSE(gExists(At("absent")) || gExists(At("file/below")) || gExists(""));
     MakeLink("dangling", "absent");
     EXPECT_FALSE(gExists(At("dangling")));
+    EXPECT_TRUE(gRename(At("file"), At("renamed")) && gExists(At("renamed")));
+    EXPECT_FALSE(gExists(At("file")) || gRename(At("file"), At("renamed")));
 }
 
 TEST_F(FileTest, CreatesWhatIsMissingAndLeavesWhatExists)
@@ -85,11 +68,7 @@ TEST_F(FileTest, CreatesWhatIsMissingAndLeavesWhatExists)
     EXPECT_EQ(GetMode("a/b/c"), 0700U);
     WriteFile("file");
     EXPECT_TRUE(gCreateDirectories(At("file")));
-}
-
-TEST_F(FileTest, CreatesBelowTheCurrentDirectory)
-{
-    const CurrentDirectoryScope scope(At(""));
+    std::filesystem::current_path(At(""));
     EXPECT_TRUE(gCreateDirectories("r/s\\t"));
     EXPECT_TRUE(gExists(At("r/s/t")));
 }
@@ -107,32 +86,21 @@ TEST_F(FileTest, CreatingStopsAtTheFirstFailure)
 TEST_F(FileTest, NewDirectoriesAreOpenToTheGroupAndThoseOfRootToOthers)
 {
     const mode_t forOthers = geteuid() == 0 ? 06 : 0;
-    {
-        const CreationMaskScope mask(0);
-        EXPECT_TRUE(gCreateDirectories(At("a/b"), sOpenToOthers));
-        EXPECT_TRUE(gCreateDirectories(At("closed/b"), 0));
-        EXPECT_TRUE(gCreateDirectories(At("absent/../a/c"), sOpenToOthers));
-        EXPECT_TRUE(AsOrdinaryUser([&] { return gCreateDirectories(At("user/b"), sOpenToOthers); }));
-    }
+    umask(0);
+    EXPECT_TRUE(gCreateDirectories(At("a/b"), sOpenToOthers));
+    EXPECT_TRUE(gCreateDirectories(At("closed/b"), 0));
+    EXPECT_TRUE(gCreateDirectories(At("absent/../a/c"), sOpenToOthers));
+    EXPECT_TRUE(AsOrdinaryUser([&] { return gCreateDirectories(At("user/b"), sOpenToOthers); }));
     EXPECT_EQ(GetMode("a"), 0775U);
     EXPECT_EQ(GetMode("a/b"), 0775U | forOthers);
     EXPECT_EQ(GetMode("a/c"), 0775U | forOthers);
     EXPECT_EQ(GetMode("closed/b"), 0775U);
     EXPECT_EQ(GetMode("user/b"), 0775U);
 
-    const CreationMaskScope mask(077);
+    umask(077);
     EXPECT_TRUE(gCreateDirectories(At("masked/b")));
     EXPECT_EQ(GetMode("masked"), 0700U);
     EXPECT_EQ(GetMode("masked/b"), 0700U | forOthers);
-}
-
-TEST_F(FileTest, RenamesFilesAndDirectories)
-{
-    WriteFile("a/file");
-    EXPECT_TRUE(gRename(At("a"), At("b")));
-    EXPECT_FALSE(gExists(At("a")));
-    EXPECT_TRUE(gExists(At("b/file")));
-    EXPECT_FALSE(gRename(At("absent"), At("c")));
 }
 
 TEST_F(FileTest, ReadsWholeFilesOfEverySize)
@@ -145,13 +113,9 @@ TEST_F(FileTest, ReadsWholeFilesOfEverySize)
         WriteFile("file", content);
         EXPECT_EQ(Read("file"), content) << size;
     }
-}
-
-TEST_F(FileTest, ReadsFilesThatDoNotTellTheirSize)
-{
     std::vector<uint8_t> bytes;
     EXPECT_TRUE(gReadFile("/proc/self/status", bytes));
-    EXPECT_FALSE(bytes.empty());
+    EXPECT_FALSE(bytes.empty()) << "a file that doesn't tell its size";
 }
 
 TEST_F(FileTest, WhatCannotBeReadIsAFailure)
@@ -193,28 +157,23 @@ TEST_F(FileTest, ListsDirectoriesDirectlyBelowAndNothingElse)
     EXPECT_THAT(GetSubdirectories(At("a")), expected);
     EXPECT_THAT(GetSubdirectories(At("a/")), expected);
     EXPECT_THAT(GetSubdirectories(At("a/b/deeper")), IsEmpty());
+    std::vector<std::string> paths = {"left over"};
+    EXPECT_FALSE(gGetSubdirectories(At("absent"), "", paths));
+    EXPECT_FALSE(gGetSubdirectories(At("a/file.txt"), "", paths));
+    EXPECT_THAT(paths, IsEmpty());
 }
 
 TEST_F(FileTest, ListsFromTheCurrentDirectoryWherePathStartsWithADot)
 {
     MakeDirectory("a/b");
     MakeDirectory("a/.hidden/c");
-    const CurrentDirectoryScope scope(At("a"));
+    std::filesystem::current_path(At("a"));
     const std::string here = gNormalizePath(std::filesystem::current_path().string());
     EXPECT_THAT(GetSubdirectories(""), UnorderedElementsAre(here + "/b", here + "/.hidden"));
     EXPECT_THAT(GetSubdirectories("."), UnorderedElementsAre(here + "/b", here + "/.hidden"));
     EXPECT_THAT(GetSubdirectories(".hidden"), UnorderedElementsAre(here + "/.hidden/c"));
     EXPECT_THAT(GetSubdirectories(".."), UnorderedElementsAre(here));
     EXPECT_THAT(GetSubdirectories("../a/b"), IsEmpty());
-}
-
-TEST_F(FileTest, ListingWhatIsNoDirectoryFails)
-{
-    WriteFile("file");
-    std::vector<std::string> paths = {"left over"};
-    EXPECT_FALSE(gGetSubdirectories(At("absent"), "", paths));
-    EXPECT_FALSE(gGetSubdirectories(At("file"), "", paths));
-    EXPECT_THAT(paths, IsEmpty());
 }
 
 } // namespace

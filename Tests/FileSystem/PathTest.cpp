@@ -1,7 +1,6 @@
 #include "FileSystem/Path.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <random>
 #include <string>
@@ -82,16 +81,12 @@ TEST(Path, NormalizingResolvesDots)
     EXPECT_EQ(gNormalizePath("a/...b/.c"), "a/...b/.c");
 }
 
-TEST(Path, NormalizingTakesTheRootWithTheFirstComponent)
+TEST(Path, NormalizingTakesTheRootWithTheFirstComponentAndJoinsWithTheGivenSeparator)
 {
     EXPECT_EQ(gNormalizePath("/"), "/");
     EXPECT_EQ(gNormalizePath("//a//b/"), "/a/b");
     EXPECT_EQ(gNormalizePath("/a/../b"), "b");
     EXPECT_EQ(gNormalizePath("/../a"), "/../a");
-}
-
-TEST(Path, NormalizingJoinsWithTheGivenSeparator)
-{
     EXPECT_EQ(gNormalizePath("a\\b", '/'), "a/b");
     EXPECT_EQ(gNormalizePath("/a/b/./c", '\\'), "/a\\b\\c");
 }

@@ -1,6 +1,5 @@
 #include "FileSystem/ReplacingFile.h"
 
-#include "FileSystem/File.h"
 #include "TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -15,16 +14,7 @@ namespace FileSystem
 namespace
 {
 
-class ReplacingFileTest : public TemporaryDirectoryTest
-{
-protected:
-    std::string Read()
-    {
-        std::vector<uint8_t> bytes;
-        EXPECT_TRUE(gReadFile(At("file"), bytes));
-        return {bytes.begin(), bytes.end()};
-    }
-};
+using ReplacingFileTest = TemporaryDirectoryTest;
 
 TEST_F(ReplacingFileTest, TheOldFileStaysUntilTheNewOneIsWhole)
 {
@@ -33,14 +23,14 @@ TEST_F(ReplacingFileTest, TheOldFileStaysUntilTheNewOneIsWhole)
         ReplacingFile file(At("file"));
         ASSERT_TRUE(file.IsOpen());
         file.Write("new", 3);
-        EXPECT_EQ(Read(), "old");
+        EXPECT_EQ(ReadFile("file"), "old");
     }
-    EXPECT_EQ(Read(), "old");
+    EXPECT_EQ(ReadFile("file"), "old");
     EXPECT_THAT(List(""), ElementsAre("file")) << "nobody committed";
     ReplacingFile file(At("file"));
     file.Write("new", 3);
     EXPECT_TRUE(file.Commit());
-    EXPECT_EQ(Read(), "new");
+    EXPECT_EQ(ReadFile("file"), "new");
     EXPECT_THAT(List(""), ElementsAre("file"));
 }
 
@@ -54,7 +44,7 @@ TEST_F(ReplacingFileTest, AFullDiskLeavesTheOldFile)
         file.Write("new", 3);
         EXPECT_FALSE(file.Commit());
     }
-    EXPECT_EQ(Read(), "old");
+    EXPECT_EQ(ReadFile("file"), "old");
     EXPECT_THAT(List(""), ElementsAre("file"));
 }
 

@@ -1,14 +1,15 @@
 // A directory of its own for one test, which goes with everything in it.
 #pragma once
 
-#include <gtest/gtest.h>
+#include "Tests/Support/TemporaryFolder.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,29 +17,17 @@
 class TemporaryDirectoryTest : public testing::Test
 {
 protected:
-    TemporaryDirectoryTest()
-    {
-        mRoot = testing::TempDir() + "FileSystemTest.XXXXXX";
-        mRoot = mkdtemp(mRoot.data()) != nullptr ? mRoot : std::string();
-        SetMode("", 0777);
-    }
-
-    ~TemporaryDirectoryTest() override
-    {
-        std::error_code error;
-        std::filesystem::remove_all(mRoot, error);
-    }
+    TemporaryDirectoryTest() { SetMode("", 0777); }
 
     // The full path of something in the directory.
-    [[nodiscard]] std::string At(std::string_view inName) const
-    {
-        return inName.empty() ? mRoot : mRoot + '/' + std::string(inName);
-    }
+    [[nodiscard]] std::string At(std::string_view inName) const { return mFolder.At(inName); }
 
-    void WriteFile(std::string_view inName, std::string_view inContent = "content") const
+    void WriteFile(std::string_view inName, std::string_view inContent = "content") const { mFolder.Write(inName, inContent); }
+
+    [[nodiscard]] std::string ReadFile(std::string_view inName) const
     {
-        std::filesystem::create_directories(std::filesystem::path(At(inName)).parent_path());
-        std::ofstream(At(inName), std::ios::binary) << inContent;
+        std::ifstream file(At(inName), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     void MakeDirectory(std::string_view inName) const { std::filesystem::create_directories(At(inName)); }
@@ -81,5 +70,5 @@ protected:
     }
 
 private:
-    std::string mRoot;
+    const TemporaryFolder mFolder;
 };

@@ -15,11 +15,6 @@ using testing::IsEmpty;
 
 constexpr const char* sTwoThreads = ImportedCapture::sTwoThreads;
 
-std::vector<std::string> gImport(const std::string& inRecords)
-{
-    return ImportedCapture::sImport(sTwoThreads + inRecords);
-}
-
 std::vector<std::string> gImportMiddle(const std::string& inRecords)
 {
     return ImportedCapture::sImportMiddle(inRecords);
@@ -28,29 +23,12 @@ std::vector<std::string> gImportMiddle(const std::string& inRecords)
 // Without the format of a tracepoint, so that its events can't be decoded.
 std::vector<std::string> gImportWithoutFormat(std::string_view inFormatID, const std::string& inRecords)
 {
-    PerfFileBuilder builder;
-    builder.AddRecords(sTwoThreads + inRecords);
+    PerfFileBuilder builder(sTwoThreads + inRecords);
     std::vector<uint8_t> image = builder.Build();
     const auto found = std::search(image.begin(), image.end(), inFormatID.begin(), inFormatID.end());
     EXPECT_NE(found, image.end());
     *found = '!';
     return ImportedCapture(image).RunMiddle();
-}
-
-TEST(CaptureImporter, ThreadsBeginAndEndWithTheCapture)
-{
-    EXPECT_THAT(gImport("1000 cpu0 clock 10/10 0x400010;0x400020\n"
-                        "2000 cpu0 clock 10/11 0x400030\n"),
-                ElementsAre("0 start 10/10 1", "0 start 10/11 1", "0 sample 10/10 400020;400010", "1000 sample 10/11 400030",
-                            "1000 end 10/10 1", "1000 end 10/11 1"));
-}
-
-TEST(CaptureImporter, ASwitchIsAnOutAndAnIn)
-{
-    EXPECT_THAT(gImportMiddle("1000 cpu0 clock 10/10 0x400010\n"
-                              "2000 cpu0 switch 10/10 S 10/11\n"
-                              "3000 cpu0 switch 10/11 D 10/10\n"),
-                ElementsAre("0 sample 10/10 400010", "1000 out 10/10 6", "1000 in 10/11", "2000 out 10/11 0", "2000 in 10/10"));
 }
 
 TEST(CaptureImporter, TheKernelsStatesBecomeWaitReasons)
@@ -65,8 +43,7 @@ TEST(CaptureImporter, TheKernelsStatesBecomeWaitReasons)
 
 TEST(CaptureImporter, TheStackOfTheSwitchOutComesBackAtTheSwitchIn)
 {
-    PerfFileBuilder builder;
-    builder.AddRecords(sTwoThreads);
+    PerfFileBuilder builder(sTwoThreads);
     builder.AddSample(static_cast<uint32_t>(EBuilderEvent::SchedSwitch),
                       {.Time = 1000,
                        .ProcessID = 10,
@@ -80,77 +57,20 @@ TEST(CaptureImporter, TheStackOfTheSwitchOutComesBackAtTheSwitchIn)
     EXPECT_THAT(capture.Run(), testing::Contains("1000 in 10/10 ffffffffffffefff;400020;400010;ffffffff81000010"));
 }
 
-// Stacks without frame pointers hold them, next to the markers and below them.
-TEST(CaptureImporter, NegativeNumbersAreNoFrames)
-{
-    EXPECT_THAT(gImportMiddle("1000 cpu0 clock 10/10 "
-                              "0x400010;0;0xFFFFFFFFFFFFFFFF;0xFFFFFFFFFFFFFF00;0xFFFFFFFFFFFFF000;0x400020\n"
-                              "2000 cpu0 clock 10/10 0xFFFFFFFFFFFFFFF2\n"),
-                ElementsAre("0 sample 10/10 400020;400010", "1000 sample 10/10"));
-}
-
 TEST(CaptureImporter, IdleThreadsAreNotOfTheCapture)
 {
-    ImportedCapture capture(
-        [&]
-        {
-            PerfFileBuilder builder;
-            builder.AddRecords(std::string(sTwoThreads) + "1000 cpu0 switch 10/10 S 0/0\n"
-                                                          "2000 cpu0 clock 0/0 0x400010\n"
-                                                          "3000 cpu0 switch 0/0 R 10/10\n");
-            return builder.Build();
-        }());
-    const std::vector<std::string> lines = capture.Run();
-    EXPECT_THAT(lines, testing::Contains("2000 in 10/10"));
+    ImportedCapture capture(std::string(sTwoThreads) + "1000 cpu0 switch 10/10 S 0/0\n"
+                                                       "2000 cpu0 clock 0/0 0x400010\n"
+                                                       "3000 cpu0 switch 0/0 R 10/10\n");
+    EXPECT_THAT(capture.Run(), testing::Contains("2000 in 10/10"));
     EXPECT_EQ(capture.Importer->GetHealth().IdleSamples, 1U);
     EXPECT_EQ(capture.Session.GetProcessList().size(), 1U);
 }
 
-TEST(CaptureImporter, AWakeUpCountsOnce)
-{
-    const char* wakeups = "1000 cpu0 waking 10/10 11\n"
-                          "1001 cpu1 wakeup 10/10 11\n"
-                          "2000 cpu0 wakeup_new 10/10 11\n";
-    EXPECT_THAT(gImportMiddle(wakeups), ElementsAre("0 ready 10/10 -> 10/11", "1000 ready 10/10 -> 10/11"));
-}
-
-// Nothing of sched_waking can be decoded here, so that sched_wakeup is all there is.
-TEST(CaptureImporter, AnUnreadableWakingLeavesTheWakeUps)
-{
-    EXPECT_THAT(gImportWithoutFormat("ID: 374", "1000 cpu0 waking 10/10 11\n"
-                                                "1001 cpu1 wakeup 10/10 11\n"),
-                ElementsAre("1 ready 10/10 -> 10/11"));
-}
-
-TEST(CaptureImporter, AnUnreadableSwitchLetsNobodyWait)
-{
-    EXPECT_THAT(gImportWithoutFormat("ID: 371", "1000 cpu0 switch 10/11 S 0/0\n"
-                                                "1500 cpu0 waking 10/10 11\n"
-                                                "2000 cpu1 clock 10/11 0x400010\n"),
-                ElementsAre("500 ready 10/10 -> 10/11", "1000 sample 10/11 400010"));
-}
-
-TEST(CaptureImporter, AnIdleWakerIsNobody)
-{
-    PerfFileBuilder builder;
-    builder.Events.erase(builder.Events.begin() +
-                         static_cast<int>(EBuilderEvent::SchedWaking)); // sched_wakeup alone was recorded
-    builder.AddRecords(std::string(sTwoThreads) + "1000 cpu0 clock 10/11 0x400010\n"
-                                                  "2000 cpu0 wakeup 0/0 11\n");
-    ImportedCapture capture(builder.Build());
-    EXPECT_THAT(capture.Run(), testing::Contains("1000 ready 10/- -> 10/11"));
-}
-
 TEST(CaptureImporter, AProcessThatIsOnlyWokenIsNotCaptured)
 {
-    ImportedCapture capture(
-        []
-        {
-            PerfFileBuilder builder;
-            builder.AddRecords(std::string(sTwoThreads) + "0 comm 20/21 sleeper\n"
-                                                          "1000 cpu0 waking 10/10 21\n");
-            return builder.Build();
-        }());
+    ImportedCapture capture(std::string(sTwoThreads) + "0 comm 20/21 sleeper\n"
+                                                       "1000 cpu0 waking 10/10 21\n");
     EXPECT_THAT(capture.Run(), testing::Contains("0 ready 10/10 -> (20)/-"));
     ASSERT_EQ(capture.Session.GetNonCapturedProcesses().size(), 1U);
     EXPECT_EQ(capture.Session.GetNonCapturedProcesses()[0].DisplayID, 20);
@@ -158,9 +78,8 @@ TEST(CaptureImporter, AProcessThatIsOnlyWokenIsNotCaptured)
 
 TEST(CaptureImporter, AnExitingThreadIsNamedByTheTracepoint)
 {
-    PerfFileBuilder builder;
-    builder.AddRecords(std::string(sTwoThreads) + "1000 cpu0 clock 10/11 0x400010\n"
-                                                  "1500 cpu0 exit 10/11\n");
+    PerfFileBuilder builder(std::string(sTwoThreads) + "1000 cpu0 clock 10/11 0x400010\n"
+                                                       "1500 cpu0 exit 10/11\n");
     builder.AddSample(static_cast<uint32_t>(EBuilderEvent::SchedSwitch),
                       {.Time = 2000, .ProcessID = -1, .ThreadID = -1, .Raw = gMakeSwitchRaw(11, 0x20, 0)});
     ImportedCapture capture(builder.Build());
@@ -182,15 +101,6 @@ TEST(CaptureImporter, AThreadEndsWhereItsExitRecordSays)
         << "the record is of an earlier thread";
 }
 
-// Linux before 4.14 said so with what is a parked thread since.
-TEST(CaptureImporter, AThreadThatHasEndedIsNotSuspended)
-{
-    EXPECT_THAT(gImportMiddle("1000 cpu0 clock 10/11 0x400010\n"
-                              "1500 cpu0 exit 10/11\n"
-                              "2000 cpu0 switch 10/11 0x40 0/0\n"),
-                ElementsAre("0 sample 10/11 400010", "1000 out 10/11 22"));
-}
-
 TEST(CaptureImporter, CacheMissesAreNoSamplesOfExecution)
 {
     PerfFileBuilder builder;
@@ -208,74 +118,71 @@ TEST(CaptureImporter, CacheMissesAreNoSamplesOfExecution)
     EXPECT_EQ(capture.Importer->GetHealth().OtherEventSamples, 1U);
 }
 
-TEST(CaptureImporter, SwitchRecordsDoWithoutTracepoints)
+TEST(CaptureImporter, RecordsBecomeEvents)
 {
-    EXPECT_THAT(gImportMiddle("1000 cpu0 switch_in 10/10\n"
-                              "2000 cpu0 switch_out 10/10\n"
-                              "3000 cpu0 switch_in 10/10\n"),
-                ElementsAre("0 in 10/10", "1000 out 10/10 6", "2000 in 10/10"));
+    const EventCase cases[] = {
+        {"negative numbers, next to the markers and below them as in stacks without frame pointers, are no frames",
+         "1000 cpu0 clock 10/10 0x400010;0;0xFFFFFFFFFFFFFFFF;0xFFFFFFFFFFFFFF00;0xFFFFFFFFFFFFF000;0x400020\n"
+         "2000 cpu0 clock 10/10 0xFFFFFFFFFFFFFFF2\n",
+         {"0 sample 10/10 400020;400010", "1000 sample 10/10"}},
+        {"a wake-up counts once",
+         "1000 cpu0 waking 10/10 11\n"
+         "1001 cpu1 wakeup 10/10 11\n"
+         "2000 cpu0 wakeup_new 10/10 11\n",
+         {"0 ready 10/10 -> 10/11", "1000 ready 10/10 -> 10/11"}},
+        {"a thread that has ended is not suspended: Linux before 4.14 said so with what is a parked thread since",
+         "1000 cpu0 clock 10/11 0x400010\n"
+         "1500 cpu0 exit 10/11\n"
+         "2000 cpu0 switch 10/11 0x40 0/0\n",
+         {"0 sample 10/11 400010", "1000 out 10/11 22"}},
+        {"switch records only fill what tracepoints missed",
+         "1000 cpu0 clock 10/10 0x400010\n"
+         "2000 cpu0 switch 10/10 D 20/20\n" // a stranger comes next; nothing else tells of it
+         "2001 cpu0 switch_out 10/10\n"
+         "3000 cpu0 switch_in 10/10\n"
+         "4000 cpu0 switch_out 10/10\n",
+         {"0 sample 10/10 400010", "1000 out 10/10 0", "2000 in 10/10", "3000 out 10/10 6"}},
+        {"a new thread waits from its wake-up on",
+         "1000 cpu0 switch 10/11 S 10/10\n"
+         "2000 cpu0 fork 10/12 from 10/10\n"
+         "2100 cpu0 wakeup_new 10/10 12\n"
+         "5000 cpu1 clock 10/12 0x400010\n",
+         {"0 out 10/11 6", "0 in 10/10", "1100 ready 10/10 -> 10/12", "1100 in 10/12", "4000 sample 10/12 400010"}}};
+    for (const EventCase& given : cases)
+        EXPECT_EQ(gImportMiddle(given.Records), given.Events) << given.Name;
+    EXPECT_THAT(ImportedCapture::sImport("1000 cpu0 clock 30/31 0x400010\n"),
+                ElementsAre("0 sample 30/31 400010", "0 end 30/31 1"))
+        << "threads that nothing introduced are entered";
+    const ImportedCapture empty("");
+    EXPECT_FALSE(empty.IsPrepared);
+    EXPECT_EQ(empty.Errors.GetEntries().size(), 1U);
 }
 
-TEST(CaptureImporter, SwitchRecordsOnlyFillWhatTracepointsMissed)
+TEST(CaptureImporter, AnUnreadableTracepointLeavesTheOthers)
 {
-    EXPECT_THAT(gImportMiddle("1000 cpu0 clock 10/10 0x400010\n"
-                              "2000 cpu0 switch 10/10 D 20/20\n" // a stranger comes next; nothing else tells of it
-                              "2001 cpu0 switch_out 10/10\n"
-                              "3000 cpu0 switch_in 10/10\n"),
-                ElementsAre("0 sample 10/10 400010", "1000 out 10/10 0", "2000 in 10/10"));
-}
-
-TEST(CaptureImporter, ANewThreadWaitsFromItsWakeUpOn)
-{
-    EXPECT_THAT(
-        gImportMiddle("1000 cpu0 switch 10/11 S 10/10\n"
-                      "2000 cpu0 fork 10/12 from 10/10\n"
-                      "2100 cpu0 wakeup_new 10/10 12\n"
-                      "5000 cpu1 clock 10/12 0x400010\n"),
-        ElementsAre("0 out 10/11 6", "0 in 10/10", "1100 ready 10/10 -> 10/12", "1100 in 10/12", "4000 sample 10/12 400010"));
+    EXPECT_THAT(gImportWithoutFormat("ID: 374", "1000 cpu0 waking 10/10 11\n"
+                                                "1001 cpu1 wakeup 10/10 11\n"),
+                ElementsAre("1 ready 10/10 -> 10/11"))
+        << "sched_wakeup is all there is";
+    EXPECT_THAT(gImportWithoutFormat("ID: 371", "1000 cpu0 switch 10/11 S 0/0\n"
+                                                "1500 cpu0 waking 10/10 11\n"
+                                                "2000 cpu1 clock 10/11 0x400010\n"),
+                ElementsAre("500 ready 10/10 -> 10/11", "1000 sample 10/11 400010"))
+        << "nobody waits";
 }
 
 TEST(CaptureImporter, ThreadsAreBornNamedAndBuried)
 {
-    EXPECT_THAT(gImport("1000 cpu0 clock 10/10 0x400010\n"
-                        "2000 cpu0 fork 10/12 from 10/10\n"
-                        "3000 cpu0 comm 10/12 helper\n"
-                        "4000 cpu0 clock 10/12 0x400020\n"
-                        "5000 cpu0 exit 10/12\n"
-                        "6000 cpu0 fork 10/12 from 10/10\n"
-                        "7000 cpu0 clock 10/12 0x400030\n"),
+    EXPECT_THAT(ImportedCapture::sImport(std::string(sTwoThreads) + "1000 cpu0 clock 10/10 0x400010\n"
+                                                                    "2000 cpu0 fork 10/12 from 10/10\n"
+                                                                    "3000 cpu0 comm 10/12 helper\n"
+                                                                    "4000 cpu0 clock 10/12 0x400020\n"
+                                                                    "5000 cpu0 exit 10/12\n"
+                                                                    "6000 cpu0 fork 10/12 from 10/10\n"
+                                                                    "7000 cpu0 clock 10/12 0x400030\n"),
                 ElementsAre("0 start 10/10 1", "0 start 10/11 1", "0 sample 10/10 400010", "1000 start 10/12 0",
                             "2000 name 10/12 helper", "3000 sample 10/12 400020", "4000 end 10/12 0", "5000 start 10/12 0",
                             "6000 sample 10/12 400030", "6000 end 10/10 1", "6000 end 10/11 1", "6000 end 10/12 1"));
-}
-
-TEST(CaptureImporter, KernelThreadsStandInBrackets)
-{
-    ImportedCapture capture(
-        []
-        {
-            PerfFileBuilder builder;
-            builder.AddRecords("0 fork 7/7 from 2/2\n"
-                               "0 comm 7/7 kworker\n"
-                               "1000 cpu0 clock 7/7 0x400010\n");
-            return builder.Build();
-        }());
-    capture.Run();
-    EXPECT_EQ(capture.Session.GetProcessList().at(0).Name, "[kworker]");
-    EXPECT_EQ(capture.Session.GetThreadList().at(0).ThreadName, "kworker");
-}
-
-TEST(CaptureImporter, ThreadsThatNothingIntroducedAreEntered)
-{
-    EXPECT_THAT(ImportedCapture::sImport("1000 cpu0 clock 30/31 0x400010\n"),
-                ElementsAre("0 sample 30/31 400010", "0 end 30/31 1"));
-}
-
-TEST(CaptureImporter, NothingRecordedIsAnError)
-{
-    ImportedCapture capture(PerfFileBuilder().Build());
-    EXPECT_FALSE(capture.IsPrepared);
-    EXPECT_THAT(capture.Errors.GetEntries(), testing::SizeIs(1));
 }
 
 TEST(CaptureImporter, TheSampleIntervalFollowsTheClock)

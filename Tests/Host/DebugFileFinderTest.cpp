@@ -3,11 +3,9 @@
 #include "Tests/Host/ElfFixture.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace Host
 {
-
 namespace
 {
 
@@ -26,7 +24,7 @@ protected:
     {
         uint32_t checksum = 0;
         EXPECT_TRUE(gGetFileChecksum(sFixtureFolder + "/linked/.debug/libplain.debug", checksum));
-        return DebugFileFinder({mScratch.GetPath("root")}).Find(mModule, BuildID(), {"libplain.debug", checksum});
+        return DebugFileFinder({mScratch.At("root")}).Find(mModule, BuildID(), {"libplain.debug", checksum});
     }
 
     const ScratchFolder mScratch;
@@ -41,7 +39,7 @@ TEST(DebugFileFinderTest, ChecksumIsTheCommonOne)
     uint32_t checksum = 0;
     ASSERT_TRUE(gGetFileChecksum(scratch.Write("digits", "123456789"), checksum));
     EXPECT_EQ(checksum, 0xCBF43926u);
-    EXPECT_FALSE(gGetFileChecksum(scratch.GetPath("missing"), checksum));
+    EXPECT_FALSE(gGetFileChecksum(scratch.At("missing"), checksum));
 }
 
 TEST(DebugFileFinderTest, FindsByBuildIDInTheFirstRootThatHasIt)
@@ -58,18 +56,18 @@ TEST(DebugFileFinderTest, AFileOfAnotherBuildIsNotUsedAndSaid)
     const ScratchFolder scratch;
     scratch.Copy(sFixtureDebugFile, ".build-id/ff/" + sOtherID.ToHex().substr(2) + ".debug");
     const LogCapture log;
-    EXPECT_EQ(DebugFileFinder({scratch.GetPath("")}).FindByBuildID(sOtherID), "");
+    EXPECT_EQ(DebugFileFinder({scratch.At("")}).FindByBuildID(sOtherID), "");
     EXPECT_THAT(log.GetText(), HasSubstr("is of build " ELF_FIXTURE_ID ": not used"));
 }
 
 TEST_F(DebugLinkTest, IsFoundBesideBelowAndUnderTheRoots)
 {
     EXPECT_EQ(Find(), "");
-    const std::string underRoot = "root" + mScratch.GetPath("lib/libplain.debug");
+    const std::string underRoot = "root" + mScratch.At("lib/libplain.debug");
     for (const std::string& name : {underRoot, std::string("lib/.debug/libplain.debug"), std::string("lib/libplain.debug")})
     {
         PutDebugFile(name);
-        EXPECT_EQ(Find(), mScratch.GetPath(name));
+        EXPECT_EQ(Find(), mScratch.At(name));
     }
 }
 
@@ -78,7 +76,7 @@ TEST_F(DebugLinkTest, AnotherChecksumIsPassedOverForTheNextPlace)
     const LogCapture log;
     mScratch.Write("lib/libplain.debug", "changed");
     PutDebugFile("lib/.debug/libplain.debug");
-    EXPECT_EQ(Find(), mScratch.GetPath("lib/.debug/libplain.debug"));
+    EXPECT_EQ(Find(), mScratch.At("lib/.debug/libplain.debug"));
     EXPECT_THAT(log.GetText(), HasSubstr("another checksum"));
 }
 
@@ -86,7 +84,7 @@ TEST_F(DebugLinkTest, ANameWithAFolderIsIgnored)
 {
     PutDebugFile("elsewhere/libplain.debug");
     uint32_t checksum = 0;
-    ASSERT_TRUE(gGetFileChecksum(mScratch.GetPath("elsewhere/libplain.debug"), checksum));
+    ASSERT_TRUE(gGetFileChecksum(mScratch.At("elsewhere/libplain.debug"), checksum));
     EXPECT_EQ(DebugFileFinder(std::vector<std::string>()).Find(mModule, BuildID(), {"../elsewhere/libplain.debug", checksum}),
               "");
 }

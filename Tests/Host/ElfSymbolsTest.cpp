@@ -1,18 +1,15 @@
 #include "Host/Linux/ElfSymbols.h"
 
-#include "Host/Linux/OwnVDSO.h"
 #include "Tests/Host/ElfFixture.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <sys/auxv.h>
 
 #include <cstdio>
 #include <random>
 
 namespace Host
 {
-
 namespace
 {
 
@@ -40,7 +37,7 @@ ElfSymbols gReadImage(const std::string& inBytes)
 class LoadedLibrary
 {
 public:
-    explicit LoadedLibrary(const std::string& inPath) : mPath(inPath), mHandle(dlopen(inPath.c_str(), RTLD_NOW | RTLD_LOCAL)) {}
+    explicit LoadedLibrary(const std::string& inPath) : mHandle(dlopen(inPath.c_str(), RTLD_NOW | RTLD_LOCAL)) {}
     ~LoadedLibrary() { dlclose(mHandle); }
 
     LoadedLibrary(const LoadedLibrary&) = delete;
@@ -67,7 +64,6 @@ public:
     }
 
 private:
-    std::string mPath;
     void* mHandle;
 };
 
@@ -91,25 +87,26 @@ protected:
         EXPECT_EQ(NameAt(inSymbols, mLibrary.Call("FixtureStubAddress")), "getenv@plt");
     }
 
-    void ExpectHidden(const ElfSymbols& inSymbols) const
-    {
-        EXPECT_EQ(NameAt(inSymbols, mLibrary.Call("FixtureHiddenAddress")), "Fixture::Hidden(int)");
-    }
-
     const LoadedLibrary mLibrary{sFixtureFolder + "/libfull.so"};
 };
 
 } // namespace
 
-TEST_F(ElfSymbolsTest, FullTableNamesWhatTheLoaderMapped)
+TEST_F(ElfSymbolsTest, EveryFullTableNamesWhatTheLoaderMapped)
 {
-    const ElfSymbols symbols = gRead(sFixtureFolder + "/libfull.so");
-    ASSERT_EQ(symbols.Result, ESymbolLoadResult::Loaded);
-    ExpectExported(symbols);
-    ExpectHidden(symbols);
-    EXPECT_EQ(NameAt(symbols, mLibrary.Call("FixtureChosenStubAddress")), "FixtureChosen@plt");
-    EXPECT_EQ(gNameAt(*symbols.Table, 0), "-") << "file headers are no code";
-    EXPECT_EQ(gFindByName(*symbols.Table, "__GNU_EH_FRAME_HDR"), nullptr) << "a label of data";
+    const std::pair<const char*, std::string> files[] = {
+        {"/libfull.so", ""}, {"/libstripped.so", sFixtureDebugFile}, {"/libpacked.so", ""}};
+    for (const auto& [name, debugFile] : files)
+    {
+        SCOPED_TRACE(name);
+        const ElfSymbols symbols = gRead(sFixtureFolder + name, debugFile);
+        ASSERT_EQ(symbols.Result, ESymbolLoadResult::Loaded);
+        ExpectExported(symbols);
+        EXPECT_EQ(NameAt(symbols, mLibrary.Call("FixtureHiddenAddress")), "Fixture::Hidden(int)");
+        EXPECT_EQ(NameAt(symbols, mLibrary.Call("FixtureChosenStubAddress")), "FixtureChosen@plt");
+        EXPECT_EQ(gNameAt(*symbols.Table, 0), "-") << "file headers are no code";
+        EXPECT_EQ(gFindByName(*symbols.Table, "__GNU_EH_FRAME_HDR"), nullptr) << "a label of data";
+    }
 }
 
 TEST_F(ElfSymbolsTest, StrippedLibraryNamesItsExportsOnly)
@@ -120,32 +117,11 @@ TEST_F(ElfSymbolsTest, StrippedLibraryNamesItsExportsOnly)
     EXPECT_EQ(gFindByName(*symbols.Table, "Fixture::Hidden(int)"), nullptr);
 }
 
-TEST_F(ElfSymbolsTest, DebugFileNamesTheRestAtTheModulesOffsets)
-{
-    const ElfSymbols symbols = gRead(sFixtureFolder + "/libstripped.so", sFixtureDebugFile);
-    ASSERT_EQ(symbols.Result, ESymbolLoadResult::Loaded);
-    ExpectExported(symbols);
-    ExpectHidden(symbols);
-    EXPECT_EQ(NameAt(symbols, mLibrary.Call("FixtureChosenStubAddress")), "FixtureChosen@plt");
-}
-
-TEST_F(ElfSymbolsTest, TablePackedIntoTheModuleIsFull)
-{
-    const ElfSymbols symbols = gRead(sFixtureFolder + "/libpacked.so");
-    ASSERT_EQ(symbols.Result, ESymbolLoadResult::Loaded);
-    ExpectExported(symbols);
-    ExpectHidden(symbols);
-}
-
-TEST(ElfSymbolsFilesTest, ADebugFileWithoutItsModulesOffsetsNamesNothing)
-{
-    EXPECT_EQ(gRead(sFixtureDebugFile).Result, ESymbolLoadResult::NoSymbols);
-}
-
 TEST(ElfSymbolsFilesTest, OtherFilesAreToldApart)
 {
     const ScratchFolder scratch;
-    EXPECT_EQ(gRead(scratch.GetPath("missing")).Result, ESymbolLoadResult::FileMissing);
+    EXPECT_EQ(gRead(sFixtureDebugFile).Result, ESymbolLoadResult::NoSymbols) << "without its module's offsets";
+    EXPECT_EQ(gRead(scratch.At("missing")).Result, ESymbolLoadResult::FileMissing);
     EXPECT_EQ(gRead("/tmp").Result, ESymbolLoadResult::FileMissing);
     EXPECT_EQ(gRead("/dev/zero").Result, ESymbolLoadResult::FileMissing);
     EXPECT_EQ(gRead(scratch.Write("empty", "")).Result, ESymbolLoadResult::NotElf);
@@ -155,16 +131,6 @@ TEST(ElfSymbolsFilesTest, OtherFilesAreToldApart)
                                           "ELF"))
                   .Result,
               ESymbolLoadResult::Damaged);
-}
-
-TEST(ElfSymbolsFilesTest, OwnVDSONamesItsClock)
-{
-    ElfFile file;
-    ESymbolLoadResult reason{};
-    ASSERT_TRUE(file.OpenImage(gCopyOwnVDSO(), reason));
-    const ElfSymbols symbols = gReadElfSymbols(file, nullptr);
-    ASSERT_TRUE(gHasSymbols(symbols.Result));
-    EXPECT_NE(gFindByName(*symbols.Table, "__vdso_clock_gettime"), nullptr);
 }
 
 TEST(ElfSymbolsDamageTest, EveryPrefixIsReadWithoutHarm)

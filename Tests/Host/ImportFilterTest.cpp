@@ -21,13 +21,6 @@ ImportFilter gGetRange(double inStart, double inEnd)
     return filter;
 }
 
-ImportedCapture gOpen(std::string_view inRecords, const ImportFilter& inFilter)
-{
-    PerfFileBuilder builder;
-    builder.AddRecords(inRecords);
-    return ImportedCapture(builder.Build(), inFilter);
-}
-
 // The numbers and names of processes.
 std::vector<std::string> gGetNames(const std::vector<Profiler::Process>& inProcesses)
 {
@@ -56,9 +49,7 @@ std::vector<std::string> gGetModules(Profiler::Session& ioSession)
 
 // --- Processes ---
 
-constexpr const char* sShop = "0 comm 10/10 server\n"
-                              "0 comm 10/11 worker\n"
-                              "0 comm 20/20 client\n"
+constexpr const char* sShop = "0 comm 10/10 server\n0 comm 10/11 worker\n0 comm 20/20 client\n"
                               "0 mmap 10/10 0x400000 0x10000 /opt/server-main\n"
                               "0 mmap 20/20 0x400000 0x10000 /opt/client\n"
                               "1000 cpu0 clock 10/10 0x400010\n"
@@ -73,7 +64,7 @@ TEST(ImportFilter, ProcessesAreChosenByNumberNameOrProgram)
     for (const char* process : {"10", "server", "server-main"})
     {
         SCOPED_TRACE(process);
-        ImportedCapture capture = gOpen(sShop, {.Processes = {process}});
+        ImportedCapture capture(sShop, {.Processes = {process}});
         // Who isn't captured leaves no events; whom it wakes is woken by nobody.
         EXPECT_THAT(capture.RunMiddle(), ElementsAre("0 sample 10/10 400010", "2000 ready 10/- -> 10/11",
                                                      "3000 ready 10/10 -> (20)/-", "2000 in 10/11", "5000 sample 10/11 400050"));
@@ -86,8 +77,8 @@ TEST(ImportFilter, ProcessesAreChosenByNumberNameOrProgram)
 
 TEST(ImportFilter, SeveralProcessesAreTakenTogether)
 {
-    ImportedCapture all = gOpen(sShop, {});
-    ImportedCapture both = gOpen(sShop, {.Processes = {"client", "10", "nobody"}});
+    ImportedCapture all(sShop, {});
+    ImportedCapture both(sShop, {.Processes = {"client", "10", "nobody"}});
     EXPECT_EQ(both.Run(), all.Run());
 }
 
@@ -96,7 +87,7 @@ TEST(ImportFilter, ProcessesThatAreNotThereAreNamed)
     // A part of a name is no name, and a thread is no process.
     for (const char* process : {"serv", "1", "worker", "11", ""})
     {
-        ImportedCapture capture = gOpen(sShop, {.Processes = {process, "other"}});
+        ImportedCapture capture(sShop, {.Processes = {process, "other"}});
         EXPECT_FALSE(capture.IsPrepared) << process;
         EXPECT_EQ(capture.Errors.GetEntries().back().Message, std::string("test.data: no process ") + process +
                                                                   (*process != '\0' ? ", other" : "other") + " has events in it");
@@ -106,9 +97,7 @@ TEST(ImportFilter, ProcessesThatAreNotThereAreNamed)
 // --- Time ---
 
 // A thread that ends early, one that begins late, and one that only ever runs at the end.
-constexpr const char* sShift = "0 comm 10/10 main\n"
-                               "0 comm 10/11 worker\n"
-                               "0 comm 10/12 late\n"
+constexpr const char* sShift = "0 comm 10/10 main\n0 comm 10/11 worker\n0 comm 10/12 late\n"
                                "1000 cpu0 clock 10/10 0x1010\n"
                                "2000 cpu1 clock 10/11 0x1020\n"
                                "3000 cpu0 fork 10/13 from 10/10\n"
@@ -123,7 +112,7 @@ constexpr const char* sShift = "0 comm 10/10 main\n"
 
 TEST(ImportFilter, OnlyEventsOfTheRangeRemain)
 {
-    ImportedCapture capture = gOpen(sShift, gGetRange(4000, 6000));
+    ImportedCapture capture(sShift, gGetRange(4000, 6000));
     EXPECT_THAT(capture.Run(),
                 ElementsAre("0 start 10/11 1", "0 sample 10/11 1021", "1000 start 10/10 1", "1000 sample 10/10 1011",
                             "2000 sample 10/10 1012", "2000 end 10/10 1", "2000 end 10/11 1"));
@@ -136,46 +125,43 @@ TEST(ImportFilter, OnlyEventsOfTheRangeRemain)
 
 TEST(ImportFilter, ARangeMayBeOpen)
 {
-    ImportedCapture start = gOpen(sShift, gGetRange(0, 1000));
+    ImportedCapture start(sShift, gGetRange(0, 1000));
     EXPECT_THAT(start.Run(), ElementsAre("0 start 10/10 1", "0 start 10/11 1", "0 start 10/12 1", "0 sample 10/10 1010",
                                          "1000 sample 10/11 1020", "1000 end 10/10 1", "1000 end 10/11 1", "1000 end 10/12 1"));
     ImportFilter filter;
     filter.StartMs = 0.008;
-    ImportedCapture end = gOpen(sShift, filter);
+    ImportedCapture end(sShift, filter);
     EXPECT_THAT(end.Run(), ElementsAre("0 start 10/14 0", "500 sample 10/14 1040", "11000 start 10/12 1",
                                        "11000 sample 10/12 1050", "11000 end 10/12 1", "11000 end 10/14 1"));
-    ImportedCapture whole = gOpen(sShift, {});
-    ImportedCapture longer = gOpen(sShift, gGetRange(0, 1e12));
+    ImportedCapture whole(sShift, {});
+    ImportedCapture longer(sShift, gGetRange(0, 1e12));
     EXPECT_EQ(longer.Run(), whole.Run());
 }
 
 // What happened before decides what a thread is doing when the range begins.
 TEST(ImportFilter, StatesFromBeforeTheRangeHold)
 {
-    constexpr const char* records = "0 comm 10/10 main\n"
-                                    "0 comm 10/11 worker\n"
+    constexpr const char* records = "0 comm 10/10 main\n0 comm 10/11 worker\n"
                                     "1000 cpu0 clock 10/10 0x1010\n"
                                     "2000 cpu0 switch 10/10 S 10/11\n"
                                     "3000 cpu0 waking 10/11 10\n"
                                     "6000 cpu0 switch 10/11 S 10/10\n"
                                     "7000 cpu0 clock 10/10 0x1010\n";
-    ImportedCapture capture = gOpen(records, gGetRange(4000, 7000));
+    ImportedCapture capture(records, gGetRange(4000, 7000));
     EXPECT_THAT(capture.RunMiddle(), ElementsAre("1000 out 10/11 6", "1000 in 10/10", "2000 sample 10/10 1010"));
 }
 
 // A thread that is only woken in the range is one of the session's: the event refers to it.
 TEST(ImportFilter, AWokenThreadIsListed)
 {
-    ImportedCapture capture = gOpen(std::string(sShift) + "21000 cpu1 waking 10/12 10\n", gGetRange(18500, 1e12));
+    ImportedCapture capture(std::string(sShift) + "21000 cpu1 waking 10/12 10\n", gGetRange(18500, 1e12));
     EXPECT_THAT(capture.RunMiddle(), ElementsAre("500 sample 10/12 1050", "1500 ready 10/12 -> 10/10"));
     EXPECT_THAT(gGetThreads(capture.Session), ElementsAre("12 late", "10 main"));
 }
 
 TEST(ImportFilter, ProcessesAndModulesThatWereGoneAreNotListed)
 {
-    constexpr const char* records = "0 comm 10/10 main\n"
-                                    "0 mmap 10/10 0x400000 0x1000 /opt/main\n"
-                                    "0 comm 30/30 early\n"
+    constexpr const char* records = "0 comm 10/10 main\n0 mmap 10/10 0x400000 0x1000 /opt/main\n0 comm 30/30 early\n"
                                     "0 mmap 30/30 0x400000 0x1000 /opt/early\n"
                                     "1000 cpu0 clock 10/10 0x400010\n"
                                     "1500 cpu0 mmap 10/10 0x800000 0x1000 /opt/before.so\n"
@@ -186,7 +172,7 @@ TEST(ImportFilter, ProcessesAndModulesThatWereGoneAreNotListed)
                                     "8000 cpu0 mmap 10/10 0x900000 0x1000 /opt/later.so\n"
                                     "9000 cpu0 fork 40/40 from 10/10\n"
                                     "9500 cpu1 clock 40/40 0x400010\n";
-    ImportedCapture capture = gOpen(records, gGetRange(4500, 6500));
+    ImportedCapture capture(records, gGetRange(4500, 6500));
     EXPECT_THAT(capture.Run(), ElementsAre("500 start 10/10 1", "500 sample 10/10 800010", "2000 end 10/10 1"));
     EXPECT_THAT(gGetNames(capture.Session.GetProcessList()), ElementsAre("10 main"));
     EXPECT_THAT(capture.Session.GetNonCapturedProcesses(), IsEmpty());
@@ -195,10 +181,10 @@ TEST(ImportFilter, ProcessesAndModulesThatWereGoneAreNotListed)
 
 TEST(ImportFilter, ARangeBehindTheEndIsRefused)
 {
-    ImportedCapture capture = gOpen(sShift, gGetRange(19001, 30000));
+    ImportedCapture capture(sShift, gGetRange(19001, 30000));
     EXPECT_FALSE(capture.IsPrepared);
     EXPECT_EQ(capture.Errors.GetEntries().back().Message, "test.data: ends after 0.019 ms, before the time range begins");
-    EXPECT_TRUE(gOpen(sShift, gGetRange(19000, 30000)).IsPrepared);
+    EXPECT_TRUE(ImportedCapture(sShift, gGetRange(19000, 30000)).IsPrepared);
 }
 
 } // namespace

@@ -17,6 +17,14 @@
 namespace Host
 {
 
+// What a table of such texts holds.
+struct EventCase
+{
+    const char* Name;
+    const char* Records;
+    std::vector<std::string> Events;
+};
+
 // A session for one capture, without a file of its own and without models.
 struct ImportedCapture final : public ITraceEventSink
 {
@@ -33,14 +41,13 @@ struct ImportedCapture final : public ITraceEventSink
         IsPrepared = Importer->Prepare(Errors);
     }
 
-    // Imports a text of the builder's and gives the events, one per line.
-    static std::vector<std::string> sImport(std::string_view inRecords)
+    explicit ImportedCapture(std::string_view inRecords, const ImportFilter& inFilter = {})
+        : ImportedCapture(PerfFileBuilder(inRecords).Build(), inFilter)
     {
-        PerfFileBuilder builder;
-        builder.AddRecords(inRecords);
-        ImportedCapture capture(builder.Build());
-        return capture.Run();
     }
+
+    // Imports a text of the builder's and gives the events, one per line.
+    static std::vector<std::string> sImport(std::string_view inRecords) { return ImportedCapture(inRecords).Run(); }
 
     // The events behind the starts of the two threads and before the ends of all that live.
     static std::vector<std::string> sImportMiddle(const std::string& inRecords)

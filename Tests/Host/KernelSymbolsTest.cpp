@@ -6,7 +6,6 @@
 
 namespace Host
 {
-
 namespace
 {
 
@@ -107,7 +106,7 @@ TEST(KernelSymbolsTest, TheListOfAnotherKernelIsNotUsed)
     request.RecordedID = BuildID::sFromHex("1235");
     EXPECT_EQ(gLoadKernelSymbols(request).Result, ESymbolLoadResult::BuildIDMismatch);
     request.RecordedID = {};
-    request.ListPath = scratch.GetPath("missing");
+    request.ListPath = scratch.At("missing");
     EXPECT_EQ(gLoadKernelSymbols(request).Result, ESymbolLoadResult::FileMissing);
 }
 

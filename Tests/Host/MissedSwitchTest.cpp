@@ -22,13 +22,6 @@ std::vector<std::string> gImport(const std::string& inRecords)
     return ImportedCapture::sImportMiddle(inRecords);
 }
 
-struct SwitchCase
-{
-    const char* Name;
-    const char* Records;
-    std::vector<std::string> Events;
-};
-
 // As perf records some processes: their clock samples tell no processor.
 std::vector<std::string> gImportSomeProcesses(const std::string& inRecords)
 {
@@ -48,7 +41,7 @@ PerfFileBuilder gMakeCyclesBuilder()
 
 TEST(MissedSwitch, WhereAMissedSwitchLies)
 {
-    const SwitchCase cases[] = {
+    const EventCase cases[] = {
         {"in: at the processor's last switch",
          "1000 cpu0 switch 10/11 R 0/0\n"
          "2000 cpu0 switch 10/10 S 0/0\n"
@@ -83,7 +76,7 @@ TEST(MissedSwitch, WhereAMissedSwitchLies)
          "5000 cpu0 switch 0/0 R 10/10\n"
          "6000 cpu0 clock 10/10 0x400010\n",
          {"0 in 10/11", "1000 out 10/11 22", "4000 in 10/10", "5000 sample 10/10 400010"}}};
-    for (const SwitchCase& missed : cases)
+    for (const EventCase& missed : cases)
         EXPECT_EQ(gImport(missed.Records), missed.Events) << missed.Name;
 }
 
@@ -155,8 +148,7 @@ TEST(MissedSwitch, ASampleJustBehindASwitchOutDoesNotCutTheWait)
     EXPECT_EQ(capture.Importer->GetHealth().SamplesAmidSwitch, 1U);
 
     // A clock's interrupt waits for the switch, so the thread really runs again.
-    PerfFileBuilder clock;
-    clock.AddRecords(records);
+    PerfFileBuilder clock(records);
     EXPECT_THAT(ImportedCapture(clock.Build()).RunMiddle(), testing::Contains("28000 sample 10/10 400010"));
 }
 

@@ -14,17 +14,13 @@ namespace Host
 namespace
 {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
+using namespace testing;
 
 PerfFileBuilder gMakeSmallCapture()
 {
-    PerfFileBuilder builder;
-    builder.AddRecords("0 comm 10/10 main\n"
-                       "5 cpu0 clock 10/11 0x401000;0x402000\n"
-                       "round\n");
+    PerfFileBuilder builder("0 comm 10/10 main\n"
+                            "5 cpu0 clock 10/11 0x401000;0x402000\n"
+                            "round\n");
     return builder;
 }
 
@@ -88,41 +84,32 @@ TEST(PerfFile, TellsWhatTheFileSaysAboutItsRecording)
 TEST(PerfFile, RefusesWhatIsNoCaptureAndNamesTheCure)
 {
     EXPECT_EQ(PerfCaptureReader(std::vector<uint8_t>{}).GetError(), "test.data, offset 0: not a perf.data file");
-    EXPECT_THAT(gGetRefusal([](PerfFileHeader& ioHeader) { ioHeader.Magic = sPerfMagicOtherEndian; }), HasSubstr("big-endian"));
-    EXPECT_THAT(gGetRefusal([](PerfFileHeader& ioHeader) { ioHeader.Magic = sPerfMagicOld; }),
-                HasSubstr("record it with a newer one"));
-    EXPECT_THAT(gGetRefusal([](PerfFileHeader& ioHeader) { ioHeader.Size = sPerfPipeHeaderSize; }),
-                HasSubstr("perf record -o FILE"));
-    EXPECT_THAT(gGetRefusal([](PerfFileHeader& ioHeader) { ioHeader.Size = 50; }), HasSubstr("header of 50 bytes"));
-    EXPECT_THAT(gGetRefusal([](PerfFileHeader& ioHeader) { ioHeader.AttributeSize = 1; }), HasSubstr("attributes of 1 bytes"));
-    EXPECT_THAT(gGetRefusal([](PerfFileHeader& ioHeader) { ioHeader.Attributes.Offset = UINT64_MAX; }),
-                HasSubstr("beyond the end"));
-    EXPECT_THAT(gGetRefusal([](PerfFileHeader& ioHeader) { ioHeader.Attributes.Size += 1; }), HasSubstr("no whole number"));
-    EXPECT_THAT(gGetRefusal([](PerfFileHeader& ioHeader) { ioHeader.Attributes.Size = 0; }), HasSubstr("no whole number"));
-    EXPECT_THAT(gGetRefusal([](PerfFileHeader& ioHeader) { ioHeader.Data.Offset = 1u << 30; }), HasSubstr("outside the file"));
-    EXPECT_THAT(gGetRefusal([](PerfFileHeader& ioHeader) { ioHeader.Data.Offset = 8; }), HasSubstr("outside the file"));
-}
-
-// A pipe's file has nothing but magic and size in front of its records.
-TEST(PerfFile, RefusesAPipeFileShorterThanAHeader)
-{
-    std::vector<uint8_t> image = gMakeSmallCapture().Build();
-    image.resize(sPerfPipeHeaderSize);
-    image[8] = sPerfPipeHeaderSize;
-    EXPECT_THAT(PerfCaptureReader(image).GetError(), HasSubstr("perf inject -i FILE -o NEW"));
+    EXPECT_THAT(gGetRefusal([](auto& ioHeader) { ioHeader.Magic = sPerfMagicOtherEndian; }), HasSubstr("big-endian"));
+    EXPECT_THAT(gGetRefusal([](auto& ioHeader) { ioHeader.Magic = sPerfMagicOld; }), HasSubstr("record it with a newer one"));
+    EXPECT_THAT(gGetRefusal([](auto& ioHeader) { ioHeader.Size = sPerfPipeHeaderSize; }), HasSubstr("perf record -o FILE"));
+    std::vector<uint8_t> pipe = gMakeSmallCapture().Build();
+    pipe.resize(sPerfPipeHeaderSize); // nothing but magic and size in front of the records
+    pipe[8] = sPerfPipeHeaderSize;
+    EXPECT_THAT(PerfCaptureReader(pipe).GetError(), HasSubstr("perf inject -i FILE -o NEW"));
+    EXPECT_THAT(gGetRefusal([](auto& ioHeader) { ioHeader.Size = 50; }), HasSubstr("header of 50 bytes"));
+    EXPECT_THAT(gGetRefusal([](auto& ioHeader) { ioHeader.AttributeSize = 1; }), HasSubstr("attributes of 1 bytes"));
+    EXPECT_THAT(gGetRefusal([](auto& ioHeader) { ioHeader.Attributes.Offset = UINT64_MAX; }), HasSubstr("beyond the end"));
+    EXPECT_THAT(gGetRefusal([](auto& ioHeader) { ioHeader.Attributes.Size += 1; }), HasSubstr("no whole number"));
+    EXPECT_THAT(gGetRefusal([](auto& ioHeader) { ioHeader.Attributes.Size = 0; }), HasSubstr("no whole number"));
+    EXPECT_THAT(gGetRefusal([](auto& ioHeader) { ioHeader.Data.Offset = 1u << 30; }), HasSubstr("outside the file"));
+    EXPECT_THAT(gGetRefusal([](auto& ioHeader) { ioHeader.Data.Offset = 8; }), HasSubstr("outside the file"));
 }
 
 TEST(PerfFile, RefusesEventsWithoutTheFieldsThatAreNeeded)
 {
-    using Events = std::vector<BuilderEvent>;
-    EXPECT_THAT(gGetEventRefusal([](Events& ioEvents) { ioEvents[2].SampleType &= ~uint64_t{PERF_SAMPLE_TIME}; }),
+    EXPECT_THAT(gGetEventRefusal([](auto& ioEvents) { ioEvents[2].SampleType &= ~uint64_t{PERF_SAMPLE_TIME}; }),
                 HasSubstr("--timestamp"));
-    EXPECT_THAT(gGetEventRefusal([](Events& ioEvents) { ioEvents[2].SampleType &= ~uint64_t{PERF_SAMPLE_TID}; }),
+    EXPECT_THAT(gGetEventRefusal([](auto& ioEvents) { ioEvents[2].SampleType &= ~uint64_t{PERF_SAMPLE_TID}; }),
                 HasSubstr("thread"));
-    EXPECT_THAT(gGetEventRefusal([](Events& ioEvents) { ioEvents[1].HasSampleIDAll = false; }), HasSubstr("sample_id_all"));
-    EXPECT_THAT(gGetEventRefusal([](Events& ioEvents) { ioEvents[1].SampleType &= ~uint64_t{PERF_SAMPLE_IDENTIFIER}; }),
+    EXPECT_THAT(gGetEventRefusal([](auto& ioEvents) { ioEvents[1].HasSampleIDAll = false; }), HasSubstr("sample_id_all"));
+    EXPECT_THAT(gGetEventRefusal([](auto& ioEvents) { ioEvents[1].SampleType &= ~uint64_t{PERF_SAMPLE_IDENTIFIER}; }),
                 HasSubstr("--sample-identifier"));
-    EXPECT_THAT(gGetEventRefusal([](Events& ioEvents) { ioEvents[1].IDs = ioEvents[0].IDs; }), HasSubstr("share the id"));
+    EXPECT_THAT(gGetEventRefusal([](auto& ioEvents) { ioEvents[1].IDs = ioEvents[0].IDs; }), HasSubstr("share the id"));
 }
 
 TEST(PerfFile, RefusesIDsThatLieOutsideTheFile)

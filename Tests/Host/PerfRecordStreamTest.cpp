@@ -16,20 +16,6 @@ namespace
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-// The slow twin: all records that have an event, stably sorted by time.
-std::vector<const uint8_t*> gSortAll(const PerfCaptureReader& inCapture)
-{
-    std::vector<PerfRecord> records;
-    std::copy_if(inCapture.Scanned.begin(), inCapture.Scanned.end(), std::back_inserter(records),
-                 [](const PerfRecord& inRecord) { return inRecord.Event != nullptr; });
-    std::stable_sort(records.begin(), records.end(),
-                     [](const PerfRecord& inLeft, const PerfRecord& inRight) { return inLeft.Time < inRight.Time; });
-    std::vector<const uint8_t*> places;
-    for (const PerfRecord& record : records)
-        places.push_back(record.Data);
-    return places;
-}
-
 std::vector<const uint8_t*> gGetPlaces(const std::vector<PerfRecord>& inRecords)
 {
     std::vector<const uint8_t*> places;
@@ -38,18 +24,27 @@ std::vector<const uint8_t*> gGetPlaces(const std::vector<PerfRecord>& inRecords)
     return places;
 }
 
+// The slow twin: all records that have an event, stably sorted by time.
+std::vector<const uint8_t*> gSortAll(const PerfCaptureReader& inCapture)
+{
+    std::vector<PerfRecord> records = inCapture.Scanned;
+    std::erase_if(records, [](const PerfRecord& inRecord) { return inRecord.Event == nullptr; });
+    std::stable_sort(records.begin(), records.end(),
+                     [](const PerfRecord& inLeft, const PerfRecord& inRight) { return inLeft.Time < inRight.Time; });
+    return gGetPlaces(records);
+}
+
 TEST(PerfRecordStream, MergesTheProcessorsBlocksAcrossRounds)
 {
-    PerfFileBuilder builder;
-    builder.AddRecords("10 cpu0 clock 1/1 0x1\n"
-                       "40 cpu0 clock 1/1 0x4\n"
-                       "20 cpu1 clock 2/2 0x2\n"
-                       "30 cpu1 exit 2/2\n"
-                       "round\n"
-                       "50 cpu0 clock 1/1 0x5\n"
-                       "35 cpu1 clock 2/2 0x3\n"
-                       "round\n"
-                       "0 comm 1/1 main\n");
+    PerfFileBuilder builder("10 cpu0 clock 1/1 0x1\n"
+                            "40 cpu0 clock 1/1 0x4\n"
+                            "20 cpu1 clock 2/2 0x2\n"
+                            "30 cpu1 exit 2/2\n"
+                            "round\n"
+                            "50 cpu0 clock 1/1 0x5\n"
+                            "35 cpu1 clock 2/2 0x3\n"
+                            "round\n"
+                            "0 comm 1/1 main\n");
     const PerfCaptureReader capture(builder.Build());
     EXPECT_THAT(capture.Lines,
                 ElementsAre("0 comm 1/1 main", "10 sample 1/1 cpu0 1", "20 sample 2/2 cpu1 2", "30 exit 2/2 from 2/2",
@@ -60,17 +55,6 @@ TEST(PerfRecordStream, MergesTheProcessorsBlocksAcrossRounds)
     EXPECT_EQ(capture.Health.LastTime, 50u);
     EXPECT_EQ(capture.Stream->GetRecordCount(), 7u);
     EXPECT_EQ(capture.Stream->GetPassedBytes(), capture.Stream->GetTotalBytes());
-}
-
-TEST(PerfRecordStream, KeepsTheOrderOfTheFileWhereTimesAreEqual)
-{
-    PerfFileBuilder builder;
-    builder.AddRecords("7 cpu0 clock 1/1 0x1\n7 cpu0 clock 1/2 0x2\n9 cpu0 clock 1/3 0x3\n"
-                       "7 cpu1 clock 1/4 0x4\n9 cpu1 clock 1/5 0x5\n"
-                       "7 cpu1 clock 1/6 0x6\n");
-    const PerfCaptureReader capture(builder.Build());
-    EXPECT_THAT(capture.Lines, ElementsAre(HasSubstr("1/1"), HasSubstr("1/2"), HasSubstr("1/4"), HasSubstr("1/6"),
-                                           HasSubstr("1/3"), HasSubstr("1/5")));
 }
 
 TEST(PerfRecordStream, EqualsAStableSortOfEverything)
@@ -136,8 +120,7 @@ TEST(PerfRecordStream, CountsWhatItCanNotUseAndReadsOn)
 
 TEST(PerfRecordStream, CountsLostAndThrottledEvents)
 {
-    PerfFileBuilder builder;
-    builder.AddRecords("3 lost 20\n4 lost 22\n");
+    PerfFileBuilder builder("3 lost 20\n4 lost 22\n");
     const BuilderSample trailer{.Time = 5};
     builder.AddSideBand(EPerfRecordType::LostSamples, 0, ByteWriter().Add(uint64_t{7}).Bytes, trailer);
     builder.AddSideBand(EPerfRecordType::Throttle, 0, std::vector<uint8_t>(24), trailer);
@@ -156,8 +139,7 @@ TEST(PerfRecordStream, StopsAtARecordOfImpossibleSize)
 {
     for (const uint16_t size : {uint16_t{0}, uint16_t{7}, uint16_t{60000}})
     {
-        PerfFileBuilder builder;
-        builder.AddRecords("1 cpu0 clock 1/1 0x1\n");
+        PerfFileBuilder builder("1 cpu0 clock 1/1 0x1\n");
         const uint64_t place = builder.GetRecordsOffset() + builder.GetRecords().size();
         builder.AddBytes(ByteWriter().Add(uint32_t{9}).Add(uint16_t{0}).Add(size).Bytes);
         builder.AddRecords("9 cpu0 clock 1/1 0x1\n");
@@ -173,8 +155,7 @@ TEST(PerfRecordStream, StopsAtARecordOfImpossibleSize)
 
 TEST(PerfRecordStream, StepsOverTraceDataThatRecordsDoNotCount)
 {
-    PerfFileBuilder builder;
-    builder.AddRecords("1 cpu0 clock 1/1 0x1\n");
+    PerfFileBuilder builder("1 cpu0 clock 1/1 0x1\n");
     builder.AddPlain(EPerfRecordType::AuxTrace, ByteWriter().Add(uint64_t{24}).AddBytes(std::vector<uint8_t>(32)).Bytes);
     builder.AddBytes(std::vector<uint8_t>(24, 0xFF));
     builder.AddRecords("2 cpu0 clock 1/1 0x2\n");
@@ -186,19 +167,9 @@ TEST(PerfRecordStream, StepsOverTraceDataThatRecordsDoNotCount)
     EXPECT_THAT(PerfCaptureReader(builder.Build()).Health.TruncatedReason, HasSubstr("trace data"));
 }
 
-TEST(PerfRecordStream, ReadsOneEventWithoutIDsAndWithoutProcessor)
-{
-    PerfFileBuilder builder;
-    builder.Events.resize(1);
-    builder.Events[0].SampleType = PERF_SAMPLE_IP | PERF_SAMPLE_TID | PERF_SAMPLE_TIME | PERF_SAMPLE_CALLCHAIN;
-    builder.Events[0].IDs.clear();
-    builder.AddRecords("5 clock 1/1 0x5\n3 exec 1/1 main\n");
-    EXPECT_THAT(PerfCaptureReader(builder.Build()).Lines, ElementsAre("3 exec 1/1 main", "5 sample 1/1 cpu-1 5"));
-}
-
-// Captures of one process: the clock has no processor, the tracepoints have.
 TEST(PerfRecordStream, DecodesEachEventByItsOwnFields)
 {
+    // Captures of one process: the clock has no processor, the tracepoints have.
     PerfFileBuilder builder;
     builder.Events[0].SampleType &= ~uint64_t{PERF_SAMPLE_CPU};
     builder.Events[2].SampleType |= PERF_SAMPLE_ADDR | PERF_SAMPLE_STREAM_ID | PERF_SAMPLE_ID;
@@ -206,17 +177,21 @@ TEST(PerfRecordStream, DecodesEachEventByItsOwnFields)
     EXPECT_THAT(PerfCaptureReader(builder.Build()).Lines,
                 ElementsAre("5 sample 1/1 cpu-1 5", "6 sample 1/1 cpu1 switch thread1:1 state 2 to thread0:0",
                             "7 sample 0/0 cpu1 wakes thread1:1 on cpu1", "8 sample 1/1 cpu1 exits thread1:1"));
-}
 
-TEST(PerfRecordStream, TellsEventsApartByPlainIDsToo)
-{
-    PerfFileBuilder builder;
-    for (BuilderEvent& event : builder.Events)
+    PerfFileBuilder plainIDs;
+    for (BuilderEvent& event : plainIDs.Events)
         event.SampleType = (event.SampleType & ~uint64_t{PERF_SAMPLE_IDENTIFIER}) | PERF_SAMPLE_ID;
-    builder.AddRecords("6 cpu1 switch 1/1 R 2/2\n5 cpu1 clock 1/1 0x5\n7 cpu0 exit 1/1\n");
+    plainIDs.AddRecords("6 cpu1 switch 1/1 R 2/2\n5 cpu1 clock 1/1 0x5\n7 cpu0 exit 1/1\n");
     EXPECT_THAT(
-        PerfCaptureReader(builder.Build()).Lines,
+        PerfCaptureReader(plainIDs.Build()).Lines,
         ElementsAre("5 sample 1/1 cpu1 5", "6 sample 1/1 cpu1 switch thread1:1 state 0 to thread2:2", "7 exit 1/1 from 1/1"));
+
+    PerfFileBuilder oneEvent;
+    oneEvent.Events.resize(1);
+    oneEvent.Events[0].SampleType = PERF_SAMPLE_IP | PERF_SAMPLE_TID | PERF_SAMPLE_TIME | PERF_SAMPLE_CALLCHAIN;
+    oneEvent.Events[0].IDs.clear();
+    oneEvent.AddRecords("5 clock 1/1 0x5\n3 exec 1/1 main\n");
+    EXPECT_THAT(PerfCaptureReader(oneEvent.Build()).Lines, ElementsAre("3 exec 1/1 main", "5 sample 1/1 cpu-1 5"));
 }
 
 } // namespace

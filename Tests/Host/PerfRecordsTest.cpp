@@ -54,13 +54,8 @@ TEST(PerfRecords, DecodesMappingsWithInodeOrBuildID)
 {
     std::unique_ptr<PerfCaptureReader> capture;
     ByteWriter inode = gMakeMmap2Front(10);
-    inode.Add(uint32_t{8})
-        .Add(uint32_t{1})
-        .Add(uint64_t{1234})
-        .Add(uint64_t{9})
-        .Add(uint32_t{5})
-        .Add(uint32_t{2})
-        .AddAligned("/bin/a");
+    inode.Add(uint32_t{8}).Add(uint32_t{1}).Add(uint64_t{1234}).Add(uint64_t{9});
+    inode.Add(uint32_t{5}).Add(uint32_t{2}).AddAligned("/bin/a");
     PerfMmap mmap = gReadMmap2(capture, inode, PERF_RECORD_MISC_USER);
     EXPECT_EQ(mmap.Path, "/bin/a");
     EXPECT_EQ(mmap.FileOffset, 0x2000u);
@@ -74,12 +69,8 @@ TEST(PerfRecords, DecodesMappingsWithInodeOrBuildID)
     for (const uint8_t size : {uint8_t{20}, uint8_t{3}, uint8_t{21}})
     {
         ByteWriter buildID = gMakeMmap2Front(-1);
-        buildID.Add(size)
-            .Add(uint8_t{0})
-            .Add(uint16_t{0})
-            .AddBytes(std::vector<uint8_t>(20, 0xAB))
-            .Add(uint32_t{1})
-            .Add(uint32_t{2});
+        buildID.Add(size).Add(uint8_t{0}).Add(uint16_t{0}).AddBytes(std::vector<uint8_t>(20, 0xAB));
+        buildID.Add(uint32_t{1}).Add(uint32_t{2});
         mmap = gReadMmap2(capture, buildID.AddAligned("[kernel]"), PERF_RECORD_MISC_KERNEL | PERF_RECORD_MISC_MMAP_BUILD_ID);
         // More bytes than there is room for are no build id.
         EXPECT_THAT(mmap.BuildID, ElementsAreArray(std::vector<uint8_t>(size <= 20 ? size : 0, 0xAB)));

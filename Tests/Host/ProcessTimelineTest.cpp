@@ -16,9 +16,7 @@ protected:
     // The capture's first record is at 1000.
     void Import(const std::string& inRecords)
     {
-        PerfFileBuilder builder;
-        builder.AddRecords(inRecords);
-        mCapture = std::make_unique<ImportedCapture>(builder.Build());
+        mCapture = std::make_unique<ImportedCapture>(inRecords);
         mCapture->Run();
     }
 
@@ -94,6 +92,10 @@ TEST_F(ProcessTimelineTest, AProcessLivesUntilItsLastThreadExits)
                                "0 comm 7/7 kworker\n0 fork 7/7 from 2/2\n"
                                "1000 cpu0 clock 7/7 0x400010\n",
                                {"7 [kworker] 0-0"}},
+                              {"or ahead of them",
+                               "0 fork 7/7 from 2/2\n0 comm 7/7 kworker\n"
+                               "1000 cpu0 clock 7/7 0x400010\n",
+                               {"7 [kworker] 0-0"}},
                               {"a reused pid is another process",
                                "0 comm 10/10 first\n"
                                "1000 cpu0 clock 10/10 0x400010\n"
@@ -106,6 +108,7 @@ TEST_F(ProcessTimelineTest, AProcessLivesUntilItsLastThreadExits)
     {
         Import(life.Records);
         EXPECT_EQ(PrintProcesses(), life.Processes) << life.Name;
+        EXPECT_NE(mCapture->Session.GetThreadList()[0].ThreadName.substr(0, 1), "[") << life.Name;
     }
     // The reused pid's thread is another one too.
     EXPECT_EQ(mCapture->Session.GetThreadList()[1].ProcessID, mCapture->Session.GetProcessList()[1].ID);
@@ -138,8 +141,7 @@ TEST_F(ProcessTimelineTest, AReusedThreadIDBelongsToItsProcessOfTheTime)
 
 TEST_F(ProcessTimelineTest, ModulesFollowForkExecAndReplacement)
 {
-    Import("0 comm 10/10 shell\n0 mmap 10/10 0x400000 0x1000 /bin/shell\n"
-           "0 mmap 10/10 0x500000 0x1000 /bin/helper\n"
+    Import("0 comm 10/10 shell\n0 mmap 10/10 0x400000 0x1000 /bin/shell\n0 mmap 10/10 0x500000 0x1000 /bin/helper\n"
            "1000 cpu0 clock 10/10 0x400010\n"
            "2000 cpu0 fork 20/20 from 10/10\n"
            "3000 cpu0 clock 20/20 0x400010\n"

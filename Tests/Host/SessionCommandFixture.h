@@ -12,8 +12,6 @@
 #include <gmock/gmock.h>
 #include <rapidjson/document.h>
 
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
@@ -54,9 +52,7 @@ protected:
     // Gives the path of the capture.
     std::string WriteCapture(const std::string& inRecords = sServerAndClient, const std::string& inName = "shop.data") const
     {
-        PerfFileBuilder builder;
-        builder.AddRecords(inRecords);
-        return WriteCapture(builder, inName);
+        return WriteCapture(PerfFileBuilder(inRecords), inName);
     }
     std::string WriteCapture(const PerfFileBuilder& inBuilder, const std::string& inName = "shop.data") const
     {
@@ -73,19 +69,21 @@ protected:
         inOptions.PluginPath = PLUGIN_LIBRARY;
         return Call(gImport, inOptions);
     }
-    static std::string ImportAnew(const std::string& inCapture)
+    static ImportOptions MakeOptions(const std::string& inOutputFolder, bool inReplaces = false)
     {
         ImportOptions options;
-        options.Replaces = true;
-        return Import(inCapture, options);
+        options.OutputFolder = inOutputFolder;
+        options.Replaces = inReplaces;
+        return options;
     }
+    static std::string ImportAnew(const std::string& inCapture) { return Import(inCapture, MakeOptions("", true)); }
     static std::string Process(const std::string& inSession, bool inRebuilds = false)
     {
         return Call(gProcess, ProcessOptions{inSession, PLUGIN_LIBRARY, inRebuilds});
     }
-    static std::string Summarize(const std::string& inSession)
+    static std::string Summarize(const std::string& inPath, bool inAsJSON = false, const char* inPlugin = PLUGIN_LIBRARY)
     {
-        return Call(gSummarize, SummarizeOptions{inSession, PLUGIN_LIBRARY, false});
+        return Call(gSummarize, SummarizeOptions{inPath, inPlugin, inAsJSON});
     }
 
     static bool IsFailure(const std::string& inText) { return inText.starts_with("FAILED: "); }
@@ -123,12 +121,6 @@ protected:
             info.Failure = gGetFailureText(errors);
         info.JSON.Parse(text.c_str());
         return info;
-    }
-
-    [[nodiscard]] std::string ReadFile(const std::string& inName) const
-    {
-        std::ifstream file(At(inName), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     // Everything below a folder.

@@ -16,12 +16,7 @@ namespace Host
 namespace
 {
 
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
+using namespace testing;
 
 class SessionCommandsTest : public SessionCommandTest
 {
@@ -300,11 +295,13 @@ TEST_F(SessionCommandsTest, AnInterruptedSummaryLeavesNothing)
 
 TEST_F(SessionCommandsTest, TheProgramTellsItsOutcome)
 {
-    const auto run = [](const std::string& inArguments)
+    const auto run = [this](const std::string& inArguments)
     {
-        const int status = std::system((PROGRAM " " + inArguments + " > /dev/null 2>&1").c_str()); // NOLINT(cert-env33-c)
-        return WEXITSTATUS(status);
+        const std::string command = PROGRAM " " + inArguments + " > " + At("output") + " 2>&1";
+        return WEXITSTATUS(std::system(command.c_str())); // NOLINT(cert-env33-c)
     };
+    EXPECT_EQ(run("--help"), 0);
+    EXPECT_EQ(run("paint it"), 2);
     const std::string capture = " " + At("shop.data");
     EXPECT_EQ(run("import" + capture), 1) << "it exists";
     EXPECT_EQ(run("import --force" + capture), 0);
@@ -318,8 +315,11 @@ TEST_F(SessionCommandsTest, TheProgramTellsItsOutcome)
         EXPECT_EQ(run(command + capture), 0) << command;
         EXPECT_EQ(run(command + (" " + GetSession())), 0) << command;
         EXPECT_EQ(run(command + (" " + At("missing"))), 1) << command;
+        EXPECT_THAT(ReadFile("output"), testing::ContainsRegex("^[^\n]+\n$")) << "one line";
         EXPECT_EQ(run(command), 2) << command;
     }
+    EXPECT_EQ(run("summarize --json" + capture), 0);
+    EXPECT_THAT(ReadFile("output"), StartsWith("{"));
     WriteFile("shop/events.index", "damaged");
     for (const char* command : {"info", "process", "summarize"})
         EXPECT_EQ(run(command + (" " + GetSession())), 1) << command;
@@ -341,8 +341,7 @@ protected:
 
         PerfFileBuilder builder;
         builder.AddBuildID(10, sFixtureID.GetBytes(), known, false);
-        builder.AddRecords("0 comm 10/10 program\n"
-                           "0 mmap 10/10 0x400000 0x10000 /opt/program\n"
+        builder.AddRecords("0 comm 10/10 program\n0 mmap 10/10 0x400000 0x10000 /opt/program\n"
                            "0 mmap 10/10 0x10000000 0x100000 " +
                            known + "\n0 mmap 10/10 0x20000000 0x100000 " + plain + "\n0 mmap 10/10 0x30000000 0x100000 " +
                            At("bin/later.so") + "\n");

@@ -7,19 +7,13 @@
 
 #include <algorithm>
 #include <csignal>
-#include <limits>
 
 namespace Host
 {
 namespace
 {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
-
-constexpr size_t sNever = std::numeric_limits<size_t>::max();
+using namespace testing;
 
 // Changed in one address, so that its session is another one.
 std::string gGetOtherRecords(std::string inRecords)
@@ -88,8 +82,7 @@ TEST_F(SessionImportTest, WritesASessionWithItsCompanionsAndNothingElse)
 
 TEST_F(SessionImportTest, TheHealthOfTheCaptureIsShownAgainByInfo)
 {
-    PerfFileBuilder builder;
-    builder.AddRecords(std::string(sServerAndClient) + "22000 lost 7\n23000 cpu0 clock -1/-1 0x400010\n");
+    PerfFileBuilder builder(std::string(sServerAndClient) + "22000 lost 7\n23000 cpu0 clock -1/-1 0x400010\n");
     builder.AddBytes(std::vector<uint8_t>{9, 0, 0, 0, 0, 0, 4, 0}); // a record shorter than its own header
     ImportOptions options;
     options.AsJSON = true;
@@ -136,8 +129,7 @@ TEST_F(SessionImportTest, WhatIsNoSessionIsNeverTouched)
     EXPECT_EQ(Import(capture), "FAILED: " + At("shop") + reason);
     EXPECT_EQ(ImportAnew(capture), "FAILED: " + At("shop") + reason);
     EXPECT_EQ(ImportAnew(bare), "FAILED: " + At("bare") + reason);
-    ImportOptions options;
-    options.OutputFolder = At("file");
+    const ImportOptions options = MakeOptions(At("file"));
     EXPECT_EQ(Import(capture, options), "FAILED: Unable to make the folder " + At("file/shop.unfinished") + ": Not a directory");
     EXPECT_EQ(ReadFiles(), before);
 }
@@ -151,9 +143,7 @@ TEST_F(SessionImportTest, ACaptureIsNeverPartOfWhatIsReplaced)
     // Its name makes it the session file, and its folder that of the session.
     const std::string misnamed = WriteCapture(sServerAndClient, "captures/shop.session");
     const Files before = ReadFiles();
-    ImportOptions options;
-    options.Replaces = true;
-    options.OutputFolder = At("");
+    const ImportOptions options = MakeOptions(At(""), true);
     EXPECT_EQ(Import(moved, options),
               "FAILED: The capture " + moved + " lies in the folder of the session that it would replace");
     EXPECT_EQ(Import(misnamed, options), "FAILED: " + misnamed + " is a capture but named like a session; rename it");
@@ -163,8 +153,7 @@ TEST_F(SessionImportTest, ACaptureIsNeverPartOfWhatIsReplaced)
 
 TEST_F(SessionImportTest, TheOutputGoesWhereItIsWanted)
 {
-    ImportOptions options;
-    options.OutputFolder = At("some/where");
+    const ImportOptions options = MakeOptions(At("some/where"));
     EXPECT_THAT(Import(WriteCapture(sServerAndClient, "my.shop.data"), options),
                 StartsWith(At("some/where/my.shop/my.shop.session") + "\n"));
     EXPECT_THAT(List(""), ElementsAre("my.shop.data", "some"));
@@ -186,16 +175,11 @@ TEST_F(SessionImportTest, WhatIsNoCaptureLeavesNothing)
 
 // --- Interrupts ---
 
-TEST_F(SessionImportTest, AnInterruptAnywhereLeavesNothing)
+TEST_F(SessionImportTest, AnInterruptAnywhereLeavesNothingAndKeepsTheOldSession)
 {
     const std::string capture = WriteCapture();
     InterruptEverywhere(capture, [this] { ASSERT_THAT(List(""), ElementsAre("shop.data")); });
-}
-
-TEST_F(SessionImportTest, AnInterruptAnywhereKeepsTheOldSession)
-{
-    Import(WriteCapture());
-    const std::string capture = WriteCapture(gGetOtherRecords(sServerAndClient));
+    WriteCapture(gGetOtherRecords(sServerAndClient));
     const Files before = ReadFiles();
     InterruptEverywhere(capture, [&] { ASSERT_EQ(ReadFiles(), before); });
 }
@@ -223,26 +207,6 @@ TEST_F(SessionImportTest, ASignalWorksOnceForEachCommand)
                         });
         },
         testing::KilledBySignal(SIGTERM), "");
-}
-
-TEST_F(SessionImportTest, WhatAnInterruptedProgramLeftGoes)
-{
-    WriteFile("shop.unfinished/Shared/Model.dat", "of a program that was killed");
-    EXPECT_FALSE(IsFailure(Import(WriteCapture())));
-    EXPECT_THAT(List(""), ElementsAre("shop", "shop.data"));
-    EXPECT_THAT(GetInfo(At("shop")).GetFaultyStores(), IsEmpty());
-}
-
-// Two programs that write to one place at once.
-TEST_F(SessionImportTest, ASecondImportMeanwhileIsRefused)
-{
-    const std::string capture = WriteCapture();
-    std::string second;
-    const Outcome first = ImportWhile(capture, 20, [&] { second = Import(capture); });
-    EXPECT_EQ(second, "FAILED: Another program is writing to " + At("shop.unfinished"));
-    EXPECT_FALSE(IsFailure(first.Text));
-    EXPECT_THAT(List(""), ElementsAre("shop", "shop.data"));
-    EXPECT_THAT(GetInfo(At("shop")).GetFaultyStores(), IsEmpty());
 }
 
 // --- Disks that fail ---
@@ -284,8 +248,7 @@ private:
 TEST_F(SessionImportTest, AFullDiskGivesOneClearLineAndLeavesNothing)
 {
     const std::string capture = WriteCapture();
-    ImportOptions options;
-    options.OutputFolder = At("disk");
+    const ImportOptions options = MakeOptions(At("disk"));
     constexpr size_t page = 4096;
     size_t numFailures = 0;
     for (size_t size = page; size <= 64 * page; size += page)
@@ -304,50 +267,13 @@ TEST_F(SessionImportTest, AFullDiskGivesOneClearLineAndLeavesNothing)
     EXPECT_LT(numFailures, 64U);
 }
 
-TEST_F(SessionImportTest, AFullDiskKeepsTheOldSession)
-{
-    const std::string capture = WriteCapture();
-    ImportOptions options;
-    options.OutputFolder = At("disk");
-    options.Replaces = true;
-    const SmallDisk disk(At("disk"), 1 << 20);
-    ASSERT_FALSE(IsFailure(Import(capture, options)));
-    const Files before = ReadFiles("disk/shop");
-    // Fill it up. Where only single files are limited there is always room for another session.
-    {
-        std::ofstream filler(At("disk/filler"), std::ios::binary);
-        while (filler.write(std::string(4096, 'x').data(), 4096).flush())
-        {
-        }
-    }
-    const std::string text = Import(capture, options);
-    if (IsFailure(text))
-    {
-        EXPECT_EQ(ReadFiles("disk/shop"), before);
-    }
-    EXPECT_THAT(List("disk"), ElementsAre("filler", "shop"));
-    EXPECT_THAT(GetInfo(At("disk/shop")).GetFaultyStores(), IsEmpty());
-}
-
-TEST_F(SessionImportTest, AFolderThatCanNotBeWrittenGivesOneClearLine)
-{
-    const std::string capture = WriteCapture();
-    MakeDirectory("locked");
-    SetMode("locked", 0555);
-    ImportOptions options;
-    options.OutputFolder = At("locked");
-    EXPECT_EQ(AsOrdinaryUser([&] { return Import(capture, options); }),
-              "FAILED: Unable to make the folder " + At("locked/shop.unfinished") + ": Permission denied");
-    EXPECT_THAT(List("locked"), IsEmpty());
-}
-
 // The folder is deleted, or replaced by a file, while the import runs.
 TEST_F(SessionImportTest, AFolderThatVanishesGivesOneClearLine)
 {
     const std::string capture = WriteCapture();
     Import(capture);
     const Files before = ReadFiles("shop");
-    const size_t numLines = ImportWhile(capture, sNever, {}).Lines;
+    const size_t numLines = ImportWhile(capture, SIZE_MAX, {}).Lines;
     for (const bool isReplacedByFile : {false, true})
         for (size_t line = 0; line < numLines; line += 7)
         {

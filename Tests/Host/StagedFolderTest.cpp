@@ -94,6 +94,11 @@ TEST_F(StagedFolderTest, WhatIsInTheWayIsLeftAlone)
     }
     EXPECT_THAT(List("target"), ElementsAre("file"));
     EXPECT_THAT(List(""), ElementsAre("folder.unfinished", "target"));
+
+    MakeDirectory("locked");
+    SetMode("locked", 0555);
+    EXPECT_FALSE(AsOrdinaryUser([&] { return StagedFolder(At("locked/folder")).Make(mErrors); }));
+    EXPECT_EQ(GetMessage(), "Unable to make the folder " + At("locked/folder.unfinished") + ": Permission denied");
 }
 
 } // namespace

@@ -1,14 +1,4 @@
-#include "Host/CommandLine/SummarizeCommand.h"
-#include "Tests/FileSystem/TemporaryDirectory.h"
-
-#include <gmock/gmock.h>
-#include <rapidjson/document.h>
-#include <sys/wait.h>
-
-#include <array>
-#include <cstdio>
-#include <map>
-#include <memory>
+#include "Tests/Host/SessionCommandFixture.h"
 
 namespace Host
 {
@@ -17,49 +7,17 @@ namespace
 
 using testing::HasSubstr;
 
-class SummarizeTest : public TemporaryDirectoryTest
+constexpr const char* sCapture = SMALL_CAPTURE;
+
+class SummarizeTest : public SessionCommandTest
 {
 protected:
-    static constexpr const char* sCapture = SMALL_CAPTURE;
-
-    // The summary, or the one failure behind "FAILED: ".
-    static std::string Summarize(const std::string& inCapture, bool inAsJSON = false,
-                                 const std::string& inPlugin = PLUGIN_LIBRARY)
-    {
-        Utility::ErrorState errors;
-        std::string text;
-        if (gSummarize({inCapture, inPlugin, inAsJSON}, text, errors))
-            return text;
-        EXPECT_EQ(errors.GetEntries().size(), 1U);
-        return "FAILED: " + errors.GetEntries().front().Message;
-    }
-
     static rapidjson::Document SummarizeAsJSON()
     {
         rapidjson::Document document;
         document.Parse(Summarize(sCapture, true).c_str());
         EXPECT_FALSE(document.HasParseError());
         return document;
-    }
-
-    struct Outcome
-    {
-        int ExitCode;
-        std::string Output; // of both streams
-    };
-
-    // Runs the program itself.
-    static Outcome Run(const std::string& inArguments)
-    {
-        Outcome outcome{-1, {}};
-        FILE* output = popen((std::string(PROGRAM) + " " + inArguments + " 2>&1").c_str(), "r"); // NOLINT(cert-env33-c)
-        if (output == nullptr)
-            return outcome;
-        std::array<char, 4096> buffer{};
-        while (const size_t size = fread(buffer.data(), 1, buffer.size(), output))
-            outcome.Output.append(buffer.data(), size);
-        outcome.ExitCode = WEXITSTATUS(pclose(output));
-        return outcome;
     }
 };
 
@@ -119,8 +77,8 @@ TEST_F(SummarizeTest, WhatIsNoCaptureIsRefusedInOneLine)
 
 TEST_F(SummarizeTest, ACutCaptureTellsWhereItEnds)
 {
-    std::ifstream capture(sCapture, std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(capture), {}};
+    std::filesystem::copy_file(sCapture, At("whole"));
+    const std::string bytes = ReadFile("whole");
     WriteFile("cut", bytes.substr(0, 60000));
     EXPECT_THAT(Summarize(At("cut")), HasSubstr("Truncated: "));
     WriteFile("header", bytes.substr(0, 100));
@@ -129,21 +87,8 @@ TEST_F(SummarizeTest, ACutCaptureTellsWhereItEnds)
 
 TEST_F(SummarizeTest, AMissingOrForeignPluginIsRefused)
 {
-    EXPECT_THAT(Summarize(sCapture, false, At("missing.so")), HasSubstr("Cannot load the plugin"));
+    EXPECT_THAT(Summarize(sCapture, false, At("missing.so").c_str()), HasSubstr("Cannot load the plugin"));
     EXPECT_THAT(Summarize(sCapture, false, "libzstd.so.1"), HasSubstr("is not a plugin"));
-}
-
-TEST_F(SummarizeTest, TheProgramTellsItsOutcome)
-{
-    const Outcome success = Run(std::string("summarize --json ") + sCapture);
-    EXPECT_EQ(success.ExitCode, 0);
-    EXPECT_THAT(success.Output, testing::StartsWith("{"));
-    const Outcome failure = Run("summarize " + At("missing"));
-    EXPECT_EQ(failure.ExitCode, 1);
-    EXPECT_EQ(std::count(failure.Output.begin(), failure.Output.end(), '\n'), 1) << failure.Output;
-    EXPECT_EQ(Run("summarize").ExitCode, 2);
-    EXPECT_EQ(Run("paint it").ExitCode, 2);
-    EXPECT_EQ(Run("--help").ExitCode, 0);
 }
 
 } // namespace

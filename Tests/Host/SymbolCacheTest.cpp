@@ -3,13 +3,11 @@
 #include "Tests/Host/ElfFixture.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <thread>
 
 namespace Host
 {
-
 namespace
 {
 
@@ -27,7 +25,7 @@ protected:
     const ScratchFolder mScratch;
     const std::string mFull = sFixtureFolder + "/libfull.so";
     const std::string mStripped = sFixtureFolder + "/libstripped.so";
-    SymbolCache mCache{DebugFileFinder({mScratch.GetPath("roots")})};
+    SymbolCache mCache{DebugFileFinder({mScratch.At("roots")})};
 };
 
 } // namespace
@@ -79,10 +77,10 @@ TEST_F(SymbolCacheTest, AbsentModulesAreReplacedOnlyByDebugFilesThatKnowTheOffse
     EXPECT_EQ(LoadResult("/gone/libfull.so", sFixtureID), ESymbolLoadResult::FileMissing);
 
     mScratch.Copy(mFull, debugName);
-    SymbolCache fresh(DebugFileFinder({mScratch.GetPath("roots")}));
+    SymbolCache fresh(DebugFileFinder({mScratch.At("roots")}));
     const LoadedSymbols loaded = fresh.Load("/gone/libfull.so", sFixtureID);
     ASSERT_EQ(loaded.Result, ESymbolLoadResult::Loaded);
-    EXPECT_EQ(loaded.SymbolFile, mScratch.GetPath(debugName));
+    EXPECT_EQ(loaded.SymbolFile, mScratch.At(debugName));
     EXPECT_EQ(gFindByName(*loaded.Table, sHiddenFunction)->Start, gFindByName(*Load(mFull).Table, sHiddenFunction)->Start);
 }
 

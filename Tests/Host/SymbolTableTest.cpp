@@ -10,7 +10,6 @@
 
 namespace Host
 {
-
 namespace
 {
 
@@ -48,15 +47,7 @@ TEST(SymbolTableTest, PrefersGlobalFunctionsWithPlainNamesAmongAliases)
     EXPECT_EQ(gPickName(name("readb"), name("reada")), "reada");
 }
 
-TEST(SymbolTableTest, AliasesShareTheLargestSize)
-{
-    const SymbolTable table = gBuildTable({{.Start = 0x10, .Size = 0, .Name = "a"}, {.Start = 0x10, .Size = 8, .Name = "alias"}});
-    ASSERT_EQ(table.GetSymbols().size(), 1u);
-    EXPECT_EQ(gNameAt(table, 0x17), "a");
-    EXPECT_EQ(gNameAt(table, 0x18), "-");
-}
-
-TEST(SymbolTableTest, UnsizedSymbolsReachToTheNextOneOrTheirSectionsEnd)
+TEST(SymbolTableTest, SymbolsReachAsFarAsTheirSizeOrToTheNextOneOrTheirSectionsEnd)
 {
     const SymbolTable table = gBuildTable({{.Start = 0x100, .Limit = 0x180, .Name = "first"},
                                            {.Start = 0x140, .Limit = 0x180, .Name = "second"},
@@ -72,6 +63,14 @@ TEST(SymbolTableTest, UnsizedSymbolsReachToTheNextOneOrTheirSectionsEnd)
     EXPECT_EQ(gNameAt(table, 0x2FFF), "last") << "up to the end of the page behind its own";
     EXPECT_EQ(gNameAt(table, 0x3000), "-");
     EXPECT_EQ(gNameAt(SymbolTable(), 0), "-");
+
+    const SymbolTable sizes = gBuildTable({{.Start = 0x10, .Size = 0, .Name = "a"},
+                                           {.Start = 0x10, .Size = 8, .Name = "alias"},
+                                           {.Start = UINT64_MAX - 0x10, .Size = 0x100, .Name = "high"}});
+    ASSERT_EQ(sizes.GetSymbols().size(), 2u);
+    EXPECT_EQ(gNameAt(sizes, 0x17), "a") << "aliases share the largest size";
+    EXPECT_EQ(gNameAt(sizes, 0x18), "-");
+    EXPECT_EQ(gNameAt(sizes, UINT64_MAX - 1), "high") << "a size over the end of memory covers its rest";
 }
 
 TEST(SymbolTableTest, FindsTheInnermostSymbolLikeASearchOfAll)
@@ -100,14 +99,6 @@ TEST(SymbolTableTest, FindsTheInnermostSymbolLikeASearchOfAll)
             }
         }
     }
-}
-
-TEST(SymbolTableTest, SizesThatRunOverTheEndOfMemoryCoverItsRest)
-{
-    const SymbolTable table =
-        gBuildTable({{.Start = UINT64_MAX - 0x10, .Size = 0x100, .Name = "high"}, {.Start = 8, .Size = 1, .Name = "low"}});
-    EXPECT_EQ(gNameAt(table, UINT64_MAX - 1), "high");
-    EXPECT_EQ(gNameAt(table, 0x20), "-");
 }
 
 TEST(SymbolTableTest, NamesAreDemangledWhenShown)

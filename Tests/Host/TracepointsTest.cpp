@@ -11,9 +11,7 @@ namespace Host
 namespace
 {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::SizeIs;
+using namespace testing;
 
 // The capture's file with one text in it replaced by another of the same length.
 std::vector<uint8_t> gReplace(std::vector<uint8_t> inImage, std::string_view inOld, std::string_view inNew)
@@ -27,8 +25,7 @@ std::vector<uint8_t> gReplace(std::vector<uint8_t> inImage, std::string_view inO
 
 PerfFileBuilder gMakeSwitch()
 {
-    PerfFileBuilder builder;
-    builder.AddRecords("5 cpu0 switch 1/1 P 2/2\n");
+    PerfFileBuilder builder("5 cpu0 switch 1/1 P 2/2\n");
     return builder;
 }
 

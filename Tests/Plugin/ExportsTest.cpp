@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <gelf.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <string>
@@ -49,33 +48,29 @@ protected:
     Elf* mElf = nullptr;
 };
 
-TEST_F(ExportsTest, FourNamesAndNoMore)
+TEST_F(ExportsTest, FourNamesAndNoMoreInALibraryThatIsNamedAsItsFile)
 {
-    std::vector<std::string> names;
+    std::vector<std::string> exports;
     ForEachEntry(SHT_DYNSYM,
                  [&](Elf_Data* inData, size_t inTexts, int inIndex)
                  {
                      GElf_Sym symbol;
                      ASSERT_NE(gelf_getsym(inData, inIndex, &symbol), nullptr);
                      if (symbol.st_shndx != SHN_UNDEF)
-                         names.emplace_back(elf_strptr(mElf, inTexts, symbol.st_name));
+                         exports.emplace_back(elf_strptr(mElf, inTexts, symbol.st_name));
                  });
-    EXPECT_THAT(names, testing::UnorderedElementsAre("moduleDescriptor", "createThreadsModelPlugin", "destroyThreadsModelPlugin",
-                                                     "initializeTracing"));
-}
-
-TEST_F(ExportsTest, TheSharedObjectIsNamedAfterTheLibrary)
-{
-    std::vector<std::string> names;
+    EXPECT_THAT(exports, testing::UnorderedElementsAre("moduleDescriptor", "createThreadsModelPlugin",
+                                                       "destroyThreadsModelPlugin", "initializeTracing"));
+    std::vector<std::string> libraries;
     ForEachEntry(SHT_DYNAMIC,
                  [&](Elf_Data* inData, size_t inTexts, int inIndex)
                  {
                      GElf_Dyn entry;
                      ASSERT_NE(gelf_getdyn(inData, inIndex, &entry), nullptr);
                      if (entry.d_tag == DT_SONAME)
-                         names.emplace_back(elf_strptr(mElf, inTexts, entry.d_un.d_val));
+                         libraries.emplace_back(elf_strptr(mElf, inTexts, entry.d_un.d_val));
                  });
-    EXPECT_THAT(names, testing::ElementsAre("ThreadsModelPlugin.so"));
+    EXPECT_THAT(libraries, testing::ElementsAre("ThreadsModelPlugin.so"));
 }
 
 } // namespace

@@ -12,18 +12,15 @@
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstring>
+#include <sstream>
 
 namespace
 {
 
 using namespace Profiler;
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
+using namespace testing;
 
 constexpr uint64_t sHostKey = 1;
 
@@ -81,10 +78,6 @@ TEST(ModuleDescriptorTest, ItsWordsAreInOrder)
     EXPECT_STREQ(reinterpret_cast<const char*>(plugin[1]), "ThreadsModelPlugin");
     EXPECT_EQ(plugin[2], reinterpret_cast<uint64_t>(dlsym(gLoadLibrary(), "createThreadsModelPlugin")));
     EXPECT_EQ(plugin[3], reinterpret_cast<uint64_t>(dlsym(gLoadLibrary(), "destroyThreadsModelPlugin")));
-}
-
-TEST(ModuleDescriptorTest, DestroyingNothingDoesNothing)
-{
     gGetDescriptor().Plugins->Destroy(nullptr);
 }
 
@@ -108,52 +101,20 @@ TEST_F(PluginTest, ItsTypesAreInTheRegistryUnderItsKey)
     ASSERT_TRUE(mRegistry.GetModules().contains(key));
 
     mRegistry.Finalize();
-    for (const char* type : {"int32_t",
-                             "std::string",
-                             "Profiler::Session",
-                             "Profiler::SessionInfo",
-                             "Profiler::Process",
-                             "Profiler::OptionalProcessInfo",
-                             "Profiler::CPUUsageSample",
-                             "Profiler::Thread",
-                             "Profiler::CallstackDatabase",
-                             "Profiler::Module",
-                             "Profiler::NativeModule",
-                             "Profiler::JITModule",
-                             "Profiler::Function",
-                             "Profiler::NativeModuleInstance",
-                             "Profiler::JITModuleInstance",
-                             "Profiler::JITFunctionInstance",
-                             "Profiler::JITExtraDataStorage",
-                             "Profiler::ModuleDatabase",
-                             "Profiler::EResolveStatus",
-                             "Profiler::ESymbolLookupAddressMode",
-                             "Profiler::InstrumentationDatabase",
-                             "Profiler::InstrumentationData",
-                             "Profiler::ResolveIndex",
-                             "Profiler::ResolvedAddress",
-                             "Profiler::PlatformSession",
-                             "Profiler::OpenBarProcessorFiberState",
-                             "Profiler::TraceEventStream",
-                             "Profiler::TraceEventStream::Chunk",
-                             "Profiler::BrokenStackIndex",
-                             "Profiler::BrokenStackIndex::Chunk",
-                             "Profiler::SharedModel",
-                             "Profiler::SharedSymbolSettings",
-                             "Profiler::GeneralSettings",
-                             "Profiler::EThemeType",
-                             "Profiler::ECrashReportingMode",
-                             "Profiler::EUseCaptureService",
-                             "Profiler::ChildProcessRules",
-                             "Profiler::Rule",
-                             "Profiler::EAction",
-                             "Profiler::SerializedAnimatableInt",
-                             "Profiler::SerializedAnimatableFloat",
-                             "Profiler::SerializedAnimatableDouble",
-                             "Profiler::CaptureMethodConfiguration",
-                             "Profiler::CaptureInitProgress",
-                             "Serialization::SerializableGUID",
-                             "Profiler::ThreadsModel"})
+    std::istringstream types(R"(
+        int32_t std::string Serialization::SerializableGUID
+        Profiler::Session Profiler::SessionInfo Profiler::Process Profiler::OptionalProcessInfo Profiler::CPUUsageSample
+        Profiler::Thread Profiler::CallstackDatabase Profiler::Module Profiler::NativeModule Profiler::JITModule
+        Profiler::Function Profiler::NativeModuleInstance Profiler::JITModuleInstance Profiler::JITFunctionInstance
+        Profiler::JITExtraDataStorage Profiler::ModuleDatabase Profiler::EResolveStatus Profiler::ESymbolLookupAddressMode
+        Profiler::InstrumentationDatabase Profiler::InstrumentationData Profiler::ResolveIndex Profiler::ResolvedAddress
+        Profiler::PlatformSession Profiler::OpenBarProcessorFiberState Profiler::TraceEventStream
+        Profiler::TraceEventStream::Chunk Profiler::BrokenStackIndex Profiler::BrokenStackIndex::Chunk Profiler::SharedModel
+        Profiler::SharedSymbolSettings Profiler::GeneralSettings Profiler::EThemeType Profiler::ECrashReportingMode
+        Profiler::EUseCaptureService Profiler::ChildProcessRules Profiler::Rule Profiler::EAction
+        Profiler::SerializedAnimatableInt Profiler::SerializedAnimatableFloat Profiler::SerializedAnimatableDouble
+        Profiler::CaptureMethodConfiguration Profiler::CaptureInitProgress Profiler::ThreadsModel)");
+    for (std::string type; types >> type;)
     {
         const RTTI::Type* found = mRegistry.FindType(type);
         ASSERT_NE(found, nullptr) << type;
@@ -177,6 +138,11 @@ TEST_F(PluginTest, BothCopiesOfATypeAreTheSameType)
         ++sharedCount;
         EXPECT_NE(hosts->second, type) << name;
         EXPECT_TRUE(RTTI::gIsSameType(*hosts->second, *type)) << name;
+        if (const RTTI::CompoundInfo* ofHost = hosts->second->AsCompound())
+        {
+            EXPECT_EQ(ofHost->TreeIndex, type->AsCompound()->TreeIndex) << name;
+            EXPECT_EQ(ofHost->FullVersion, type->AsCompound()->FullVersion) << name;
+        }
     }
     EXPECT_GT(sharedCount, 30);
     EXPECT_EQ(mRegistry.FindType("FakeModule"), &RTTI::gTypeOf<FakeModule>());
@@ -253,7 +219,7 @@ TEST_F(PluginTest, AMissingModelFileIsOneLogLineAndNoModel)
     EXPECT_NE(mPlugin->CreateModel(fixture.GetSession()), nullptr);
 }
 
-TEST_F(PluginTest, EachLanguageModelHasAModelOfItsOwn)
+TEST_F(PluginTest, EachLanguageModelAndEachPluginIsItsOwn)
 {
     constexpr Utility::GUID modelID = {
         {0x04, 0x8E, 0x3D, 0xBC, 0x7B, 0x63, 0x50, 0x4A, 0xA6, 0x3F, 0x2E, 0xA2, 0x43, 0x37, 0x0E, 0x1C}};
@@ -268,15 +234,11 @@ TEST_F(PluginTest, EachLanguageModelHasAModelOfItsOwn)
     EXPECT_EQ(firstKey, "BC3D8E04-637B-4A50-A63F-2EA243370E1C");
     EXPECT_EQ(secondKey, firstKey);
     first->CloseSession(1);
-}
 
-TEST_F(PluginTest, TwoPluginsCanShareARegistry)
-{
-    Plugin* second = mDescriptor.Plugins->Create("", "", nullptr, &mRegistry);
-    ASSERT_NE(second, nullptr);
-    EXPECT_NE(second, mPlugin);
-    EXPECT_EQ(second->GetRegistry(), &mRegistry);
-    mDescriptor.Plugins->Destroy(second);
+    Plugin* other = mDescriptor.Plugins->Create("", "", nullptr, &mRegistry);
+    ASSERT_TRUE(other != nullptr && other != mPlugin) << "two can share a registry";
+    EXPECT_EQ(other->GetRegistry(), &mRegistry);
+    mDescriptor.Plugins->Destroy(other);
     EXPECT_NE(mRegistry.FindType("Profiler::Session"), nullptr);
 }
 

@@ -8,7 +8,6 @@
 #include "Session/Pass/ModelPlugin.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstring>

@@ -118,14 +118,20 @@ protected:
     RTTI::Registry mRegistry;
 };
 
-TEST_F(FinalizeTest, TablesAreOpenUntilThen)
+TEST_F(FinalizeTest, TablesAreOpenUntilThenAndThoseNeverRegisteredStayOpen)
 {
+    RTTITest::HandMadeClass left;
+    RTTITest::gMakeClass(left, 7, 1);
     const auto& classes = AddModule(1, {{1, {}}, {1, {0}}});
     EXPECT_EQ(GetNumbers(classes), (std::vector<Numbers>(2)));
     EXPECT_EQ(classes[0].Type.GetHash(), ~uint64_t{0});
     EXPECT_EQ(classes[0].Descriptor.ModuleKey, ~uint64_t{0});
     EXPECT_TRUE(RTTI::gIsDerivedFrom(classes[1].Type, classes[1].Type));
     EXPECT_FALSE(RTTI::gIsDerivedFrom(classes[1].Type, classes[0].Type));
+    mRegistry.Finalize();
+    EXPECT_EQ(left.Info.TreeIndex, RTTI::sNotRegistered);
+    EXPECT_FALSE(RTTI::gIsDerivedFrom(left.Type, classes[0].Type));
+    EXPECT_FALSE(RTTI::gIsDerivedFrom(classes[0].Type, left.Type));
 }
 
 TEST_F(FinalizeTest, SignaturesTakeInBasesAndWhatLiesInside)
@@ -145,6 +151,10 @@ TEST_F(FinalizeTest, SignaturesTakeInBasesAndWhatLiesInside)
                                                                      "Zoo::Place162X:doubleY:float0"
                                                                      "Mood:Zoo::EMoodHungry:bool1Zoo::Animal"));
     EXPECT_EQ(RTTI::gTypeOf<Zoo::Lion>().Descriptor->ModuleKey, 5U);
+
+    EXPECT_TRUE(RTTI::gIsDerivedFrom(RTTI::gTypeOf<bool>(), RTTI::gTypeOf<bool>()));
+    EXPECT_FALSE(RTTI::gIsDerivedFrom(RTTI::gTypeOf<bool>(), RTTI::gTypeOf<std::string>())) << "only classes derive";
+    EXPECT_FALSE(RTTI::gIsDerivedFrom(RTTI::gTypeOf<Zoo::Lion>(), RTTI::gTypeOf<bool>()));
 }
 
 TEST_F(FinalizeTest, NumbersFollowTheTree)
@@ -234,36 +244,7 @@ TEST_F(FinalizeTest, AReplacedTableThatIsStillInUseIsFilledToo)
     ASSERT_NE(&ofField, &RTTI::gTypeOf<std::vector<int32_t>>());
     EXPECT_EQ(ofField.GetHash(), Utility::gHash64("A#int32_t24"));
     EXPECT_TRUE(RTTI::gIsSameType(ofField, RTTI::gTypeOf<std::vector<int32_t>>()));
-}
-
-TEST_F(FinalizeTest, AFieldsOwnTableMakesValuesOfItsType)
-{
-    RTTI::CurrentModuleScope scope(mRegistry, 1);
-    mRegistry.Register(RTTI::gTypeOf<Zoo::Cage>());
-    mRegistry.Finalize();
-    const RTTI::Type& ofField = *RTTI::gFindProperty(RTTI::gTypeOf<Zoo::Cage>(), "Neighbours")->Type;
     EXPECT_TRUE(RTTI::gIsSameType(*ofField.Descriptor->Create().GetType(), ofField));
-}
-
-TEST_F(FinalizeTest, ATypeThatWasNeverRegisteredStaysOpen)
-{
-    RTTITest::HandMadeClass left;
-    RTTITest::gMakeClass(left, 7, 1);
-    const auto& classes = AddModule(1, {{1, {}}});
-    mRegistry.Finalize();
-    EXPECT_EQ(left.Info.TreeIndex, RTTI::sNotRegistered);
-    EXPECT_FALSE(RTTI::gIsDerivedFrom(left.Type, classes[0].Type));
-    EXPECT_FALSE(RTTI::gIsDerivedFrom(classes[0].Type, left.Type));
-}
-
-TEST_F(FinalizeTest, OtherKindsDeriveOnlyFromTheirOwnType)
-{
-    RTTI::CurrentModuleScope scope(mRegistry, 1);
-    mRegistry.Register(RTTI::gTypeOf<Zoo::Lion>());
-    mRegistry.Finalize();
-    EXPECT_TRUE(RTTI::gIsDerivedFrom(RTTI::gTypeOf<bool>(), RTTI::gTypeOf<bool>()));
-    EXPECT_FALSE(RTTI::gIsDerivedFrom(RTTI::gTypeOf<bool>(), RTTI::gTypeOf<std::string>()));
-    EXPECT_FALSE(RTTI::gIsDerivedFrom(RTTI::gTypeOf<Zoo::Lion>(), RTTI::gTypeOf<bool>()));
 }
 
 TEST_F(FinalizeTest, ManyNestedLevelsTakeNoMoreThanTheirText)

@@ -1,4 +1,4 @@
-// Reflected classes to test with: a small zoo. The second copy of the core has the same ones.
+// Reflected classes to test with: a small zoo.
 #pragma once
 
 #include "RTTI/Declare.h"

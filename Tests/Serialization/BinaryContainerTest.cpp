@@ -1,14 +1,11 @@
 // The format to the byte, and the steps and messages of reading it.
 #include "Build.h"
-#include "FileSystem/File.h"
 #include "HandMadeContainer.h"
 #include "ShopTypes.h"
 #include "Tests/FileSystem/TemporaryDirectory.h"
 #include "Utility/Format.h"
 
 #include <gmock/gmock.h>
-
-#include <fstream>
 
 using testing::ElementsAreArray;
 
@@ -81,7 +78,7 @@ protected:
     void Store(const Bytes& inBytes) const { WriteFile("file", {reinterpret_cast<const char*>(inBytes.data()), inBytes.size()}); }
 
     // "label price" of each item of a file, or the error.
-    std::string ReadFile(const Bytes& inBytes) const
+    std::string ReadItems(const Bytes& inBytes) const
     {
         Store(inBytes);
         Objects objects;
@@ -135,9 +132,8 @@ TEST_F(BinaryContainerTest, WritesTheNewestLayoutToTheByte)
     Utility::ErrorState errors;
     const std::vector<const RTTI::Object*> objects{&nail, &unnamed};
     ASSERT_TRUE(gWriteObjectsToFile(At("file"), objects, errors));
-    std::vector<uint8_t> file;
-    ASSERT_TRUE(FileSystem::gReadFile(At("file"), file));
-    EXPECT_THAT(file, ElementsAreArray(MakeTwoItems(4).Build()));
+    const std::string file = ReadFile("file");
+    EXPECT_THAT(Bytes(file.begin(), file.end()), ElementsAreArray(MakeTwoItems(4).Build()));
 }
 
 TEST_F(BinaryContainerTest, EncodesEveryKind)
@@ -199,15 +195,11 @@ TEST_F(BinaryContainerTest, EncodesEveryKind)
 
 TEST_F(BinaryContainerTest, ReadsAllVersions)
 {
-    EXPECT_EQ(ReadFile(MakeTwoItems(1).BuildWithoutTable()), "nail 25; -1;");
-    EXPECT_EQ(ReadFile(MakeTwoItems(2).BuildWithoutTable()), "nail 25; -1;");
-    EXPECT_EQ(ReadFile(MakeTwoItems(3).Build()), "nail 25; -1;");
-    EXPECT_EQ(ReadFile(MakeTwoItems(4).Build()), "nail 25; -1;");
-}
-
-TEST_F(BinaryContainerTest, ReadsNoObjects)
-{
-    EXPECT_EQ(ReadFile(Build::Write(std::vector<const RTTI::Object*>())), "");
+    EXPECT_EQ(ReadItems(MakeTwoItems(1).BuildWithoutTable()), "nail 25; -1;");
+    EXPECT_EQ(ReadItems(MakeTwoItems(2).BuildWithoutTable()), "nail 25; -1;");
+    EXPECT_EQ(ReadItems(MakeTwoItems(3).Build()), "nail 25; -1;");
+    EXPECT_EQ(ReadItems(MakeTwoItems(4).Build()), "nail 25; -1;");
+    EXPECT_EQ(ReadItems(Build::Write(std::vector<const RTTI::Object*>())), "") << "no objects at all";
 }
 
 TEST_F(BinaryContainerTest, FindsOneObjectWithoutTheOthers)
@@ -238,28 +230,23 @@ TEST_F(BinaryContainerTest, FindsOneObjectWithoutTheOthers)
     EXPECT_TRUE(objects.empty()) << "an object was decoded before all hashes were checked";
 }
 
-TEST_F(BinaryContainerTest, AnObjectOfAnotherClassThanTheTableSaysIsRefused)
+TEST_F(BinaryContainerTest, WhatTheTableDoesNotTellTrulyIsNotFound)
 {
     HandMadeContainer container = MakeTwoItems(4);
     container.Objects.resize(1);
     container.Objects[0].TableName = "Serialization::Schema";
-    Store(container.Build());
-    BinaryFileReader reader = mBuild.MakeFileReader();
-    ReaderErrorState errors;
-    ASSERT_TRUE(reader.Open(At("file"), errors));
-    EXPECT_EQ(reader.ReadObject(RTTI::gTypeOf<Schema>(), errors), nullptr);
-    EXPECT_EQ(Build::GetFirstError(errors), "6: The data are corrupt: an object is of another class than the table says");
-}
-
-TEST_F(BinaryContainerTest, FilesWithoutATableContainNothingToLookUp)
-{
-    Store(MakeTwoItems(2).BuildWithoutTable());
-    BinaryFileReader reader = mBuild.MakeFileReader();
-    ReaderErrorState errors;
-    ASSERT_TRUE(reader.Open(At("file"), errors));
-    EXPECT_FALSE(reader.ContainsObject(RTTI::gTypeOf<Shop::Item>()));
-    EXPECT_EQ(reader.ReadObject(RTTI::gTypeOf<Shop::Item>(), errors), nullptr);
-    EXPECT_TRUE(errors.GetEntries().empty());
+    const auto read = [this](const Bytes& inBytes, const RTTI::Type& inType)
+    {
+        Store(inBytes);
+        BinaryFileReader reader = mBuild.MakeFileReader();
+        ReaderErrorState errors;
+        EXPECT_TRUE(reader.Open(At("file"), errors));
+        EXPECT_EQ(reader.ReadObject(inType, errors), nullptr);
+        return Build::GetFirstError(errors) + (reader.ContainsObject(inType) ? ", listed" : ", not listed");
+    };
+    EXPECT_EQ(read(container.Build(), RTTI::gTypeOf<Schema>()),
+              "6: The data are corrupt: an object is of another class than the table says, listed");
+    EXPECT_EQ(read(MakeTwoItems(2).BuildWithoutTable(), RTTI::gTypeOf<Shop::Item>()), "no error, not listed");
 }
 
 TEST_F(BinaryContainerTest, OpenSaysWhatIsWrong)
@@ -279,6 +266,9 @@ TEST_F(BinaryContainerTest, OpenSaysWhatIsWrong)
               "6: The file is corrupt: expected 101 bytes available for reading");
     EXPECT_EQ(OpenError(gJoin({word, gNumber(uint64_t{8}), Bytes(8)})), "6: The buffer is corrupted: checksum check failed");
 
+    MakeDirectory("folder");
+    EXPECT_THAT(OpenError("folder"), testing::AnyOf(testing::StartsWith("2: "), testing::StartsWith("6: ")));
+
     container = MakeTwoItems(4);
     container.SchemaText = R"({"Objects": []})";
     EXPECT_EQ(OpenError(container.Build()), "6: The schema was not found");
@@ -286,27 +276,21 @@ TEST_F(BinaryContainerTest, OpenSaysWhatIsWrong)
     EXPECT_EQ(OpenError(container.Build()), "6: Error parsing json: Invalid value. (line: 3)");
 }
 
-TEST_F(BinaryContainerTest, ADirectoryIsNoFile)
-{
-    MakeDirectory("folder");
-    EXPECT_THAT(OpenError("folder"), testing::AnyOf(testing::StartsWith("2: "), testing::StartsWith("6: ")));
-}
-
 TEST_F(BinaryContainerTest, AFlippedByteIsFoundBeforeAnythingIsDecoded)
 {
     Bytes bytes = MakeTwoItems(4).Build();
     bytes[100] ^= 0x20;
-    EXPECT_EQ(ReadFile(bytes), "6: The buffer is corrupted: checksum check failed");
+    EXPECT_EQ(ReadItems(bytes), "6: The buffer is corrupted: checksum check failed");
     bytes = MakeTwoItems(4).Build();
     bytes.back() ^= 1;
-    EXPECT_EQ(ReadFile(bytes), "6: Failed to read object. Checksum mismatch.");
+    EXPECT_EQ(ReadItems(bytes), "6: Failed to read object. Checksum mismatch.");
     bytes.pop_back();
-    EXPECT_EQ(ReadFile(bytes), "6: Failed to read object. File appears to be truncated.");
+    EXPECT_EQ(ReadItems(bytes), "6: Failed to read object. File appears to be truncated.");
     for (const uint32_t version : {1U, 2U})
     {
         bytes = MakeTwoItems(version).BuildWithoutTable();
         bytes[bytes.size() - 9] ^= 1;
-        EXPECT_EQ(ReadFile(bytes), "6: The buffer is possibly corrupted: CRC check failed");
+        EXPECT_EQ(ReadItems(bytes), "6: The buffer is possibly corrupted: CRC check failed");
     }
 }
 
@@ -314,7 +298,7 @@ TEST_F(BinaryContainerTest, RootsMustBeObjects)
 {
     HandMadeContainer container = MakeTwoItems(4);
     container.Objects[1] = {"null", {}};
-    EXPECT_EQ(ReadFile(container.Build()), "6: Encountered null root object");
+    EXPECT_EQ(ReadItems(container.Build()), "6: Encountered null root object");
 
     const Build withPoint = Build::With<Shop::Shelf>();
     container.Objects = {{"Shop::Point", gSized({gNumber(0.0), gNumber(0.0F)})}};
@@ -338,28 +322,22 @@ TEST_F(BinaryContainerTest, BuffersHaveMessagesOfTheirOwn)
               "6: The buffer is corrupt: expected 50 bytes available for reading");
 }
 
-TEST_F(BinaryContainerTest, NothingIsWrittenWhenEncodingFails)
+TEST_F(BinaryContainerTest, NothingIsWrittenWhenEncodingOrOpeningFails)
 {
     WriteFile("file", "before");
-    Shop::Shelf shelf;
-    const_cast<RTTI::CompoundInfo*>(shelf.GetType().AsCompound())->TreeIndex = RTTI::sNotRegistered;
-    Utility::ErrorState errors;
-    const std::vector<const RTTI::Object*> objects{&shelf};
-    EXPECT_FALSE(gWriteObjectsToFile(At("file"), objects, errors));
-    EXPECT_EQ(Build::GetFirstError(errors),
-              "0: Unable to write compound of type Shop::Shelf which has not been registered with the RTTI registry");
-    std::vector<uint8_t> file;
-    ASSERT_TRUE(FileSystem::gReadFile(At("file"), file));
-    EXPECT_EQ(std::string(file.begin(), file.end()), "before");
-}
-
-TEST_F(BinaryContainerTest, AFileThatCanNotBeOpenedIsNamed)
-{
     Shop::Item item;
+    const std::vector<const RTTI::Object*> items{&item};
     Utility::ErrorState errors;
-    const std::vector<const RTTI::Object*> objects{&item};
-    EXPECT_FALSE(gWriteObjectsToFile(At("no/such/folder"), objects, errors));
-    EXPECT_EQ(Build::GetFirstError(errors), "0: Unable to open file " + At("no/such/folder") + " for writing");
+    EXPECT_FALSE(gWriteObjectsToFile(At("no/such/folder"), items, errors));
+    EXPECT_EQ(errors.GetEntries().back().Message, "Unable to open file " + At("no/such/folder") + " for writing");
+    Shop::Shelf shelf;
+    const std::vector<const RTTI::Object*> shelves{&shelf};
+    const_cast<RTTI::CompoundInfo*>(shelf.GetType().AsCompound())->TreeIndex = RTTI::sNotRegistered;
+    EXPECT_FALSE(gWriteObjectsToFile(At("file"), shelves, errors));
+    EXPECT_EQ(errors.GetEntries().back().Message,
+              "Unable to write compound of type Shop::Shelf which has not been registered with the RTTI registry");
+    EXPECT_EQ(errors.GetEntries().back().Code, 0U);
+    EXPECT_EQ(ReadFile("file"), "before");
 }
 
 TEST(MemoryReadStreamTest, SkippingStopsAtTheLastByte)

@@ -20,17 +20,14 @@ struct Inner
     bool operator==(const Inner&) const = default;
 };
 
-class Child : public RTTI::Object
+struct Child : RTTI::Object
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Child>(); }
-
     int32_t Number = -1;
 };
 
-class GrandChild final : public Child
+struct GrandChild final : Child
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<GrandChild>(); }
 };
 
@@ -51,11 +48,9 @@ enum class EState : uint8_t
 };
 
 // A property of each of the seven kinds, between two numbers.
-class Thing final : public RTTI::Object
+struct Thing final : RTTI::Object
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Thing>(); }
-
     int32_t First = 1;
     Part::Inner Compound{11, "inner"};
     double Primitive = 2.5;
@@ -91,22 +86,23 @@ enum class ESmallState : uint8_t
     Idle = 0,
 };
 
-// Nothing but the two numbers is left.
-class Bare final : public RTTI::Object
+// Nothing but the two numbers is left: of a class that is otherwise the same, whose version is raised, and with a new name in all
+// places where the old one may stand.
+template <class Change>
+struct Ends final : RTTI::Object
 {
-public:
-    const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Bare>(); }
-
+    const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Ends>(); }
     int32_t First = -1;
     int32_t Last = -1;
 };
+using Bare = Ends<struct NoChange>;
+using Raised = Ends<struct VersionChange>;
+using Renamed = Ends<struct NameChange>;
 
 // The same fields in another order, with new ones between them, and with an enumeration that has other numbers.
-class Shuffled final : public RTTI::Object
+struct Shuffled final : RTTI::Object
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Shuffled>(); }
-
     int32_t Last = -1;
     std::string Added = "constructed";
     std::unique_ptr<int32_t> Number;
@@ -126,40 +122,16 @@ public:
 
 // One field has another type.
 template <class Field>
-class Retyped final : public RTTI::Object
+struct Retyped final : RTTI::Object
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Retyped>(); }
-
     Field Changed{};
 };
 
-class WithFewerValues final : public RTTI::Object
+struct WithFewerValues final : RTTI::Object
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<WithFewerValues>(); }
-
     ESmallState Enum = ESmallState::Idle;
-};
-
-// The version is raised.
-class Raised final : public RTTI::Object
-{
-public:
-    const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Raised>(); }
-
-    int32_t First = -1;
-    int32_t Last = -1;
-};
-
-// A new name, in all places where the old one may stand.
-class Renamed final : public RTTI::Object
-{
-public:
-    const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Renamed>(); }
-
-    int32_t First = -1;
-    int32_t Last = -1;
 };
 
 } // namespace New
@@ -184,11 +156,9 @@ struct Leaf
     bool operator==(const Leaf&) const = default;
 };
 
-class Tree final : public RTTI::Object
+struct Tree final : RTTI::Object
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Tree>(); }
-
     Leaf Embedded{1};
     std::vector<Leaf> Array{{2}, {3}};
     std::unordered_map<int32_t, std::unique_ptr<Leaf>> Map;
@@ -210,11 +180,9 @@ struct Leaf
     bool operator==(const Leaf&) const = default;
 };
 
-class Tree final : public RTTI::Object
+struct Tree final : RTTI::Object
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Tree>(); }
-
     Leaf Embedded;
     std::vector<Leaf> Array;
     std::unordered_map<int32_t, std::unique_ptr<Leaf>> Map;

@@ -17,16 +17,9 @@ namespace Serialization
 
 using Bytes = std::vector<uint8_t>;
 
-inline void gAddString(Host::ByteWriter& ioWriter, std::string_view inText)
-{
-    ioWriter.Add(uint64_t{inText.size()}).AddText(inText);
-}
-
 inline Bytes gString(std::string_view inText)
 {
-    Host::ByteWriter writer;
-    gAddString(writer, inText);
-    return writer.Bytes;
+    return Host::ByteWriter().Add(uint64_t{inText.size()}).AddText(inText).Bytes;
 }
 
 template <class T>

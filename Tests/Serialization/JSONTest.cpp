@@ -1,12 +1,10 @@
 #include "Build.h"
-#include "FileSystem/File.h"
 #include "ShopTypes.h"
 #include "Tests/FileSystem/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <fstream>
 #include <limits>
 
 using testing::ElementsAre;
@@ -173,15 +171,13 @@ TEST_F(JSONTest, FilesEndWithANewline)
     const RTTI::Object* object = &item;
     Utility::ErrorState errors;
     ASSERT_TRUE(gWriteObjectsToJSONFile(At("file"), {&object, 1}, errors));
-    std::vector<uint8_t> bytes;
-    ASSERT_TRUE(FileSystem::gReadFile(At("file"), bytes));
-    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), Write({&item}) + "\n");
+    EXPECT_EQ(ReadFile("file"), Write({&item}) + "\n");
 
     Objects objects;
     ReaderErrorState readErrors;
     ASSERT_TRUE(gReadObjectsFromJSONFile(At("file"), mRegistry, {}, mMode, objects, readErrors));
     EXPECT_EQ(dynamic_cast<Shop::Item&>(*objects.front()).Label, "nail");
-    std::ofstream(At("wide"), std::ios::binary).write("\xFF\xFE{\0\"\0O\0b\0j\0e\0c\0t\0s\0\"\0:\0[\0]\0}\0", 30);
+    WriteFile("wide", {"\xFF\xFE{\0\"\0O\0b\0j\0e\0c\0t\0s\0\"\0:\0[\0]\0}\0", 30});
     EXPECT_TRUE(gReadObjectsFromJSONFile(At("wide"), mRegistry, {}, mMode, objects, readErrors)) << "UTF-16, by its mark";
 
     EXPECT_FALSE(gReadObjectsFromJSONFile(At("none"), mRegistry, {}, mMode, objects, readErrors));

@@ -42,38 +42,30 @@ struct PointOfSale
     std::string Owner;
 };
 
-class Line final : public RTTI::Object
+struct Line final : RTTI::Object
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Line>(); }
-
     Point Start;
     int32_t Width = 0;
 };
 
-class Item : public RTTI::Object
+struct Item : RTTI::Object
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Item>(); }
-
     std::string Label;
     int64_t Price = 0;
 };
 
-class Tool final : public Item
+struct Tool final : Item
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Tool>(); }
-
     EColor Color = EColor::Red;
     std::unique_ptr<Item> Spare;
 };
 
-class Shelf final : public RTTI::Object
+struct Shelf final : RTTI::Object
 {
-public:
     const RTTI::Type& GetType() const override { return RTTI::gTypeOf<Shelf>(); }
-
     uint8_t Byte = 0;
     int8_t SignedByte = 0;
     uint16_t Word = 0;

@@ -3,7 +3,6 @@
 #include "System/JobScheduler.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
@@ -19,13 +18,7 @@
 namespace
 {
 
-using System::ECancelMatch;
-using System::EJobEvent;
-using System::gIsCanceled;
-using System::Job;
-using System::JobDescription;
-using System::JobHandle;
-using System::JobScheduler;
+using namespace System;
 
 class Random
 {

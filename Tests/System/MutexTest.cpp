@@ -64,9 +64,15 @@ TEST(MutexTest, WaitsGiveTheLockBackAndTakeItAgain)
     gExpectHandover<System::RecursiveMutex, System::RecursiveConditionVariable>();
 }
 
-TEST(MutexTest, AUniqueLockHoldsTheLockExactlyWhileItSaysSo)
+TEST(MutexTest, LocksAreHeldExactlyWhileTheyAreSaidToBe)
 {
     System::Mutex mutex;
+    System::RecursiveMutex recursive;
+    const auto lockInside = [&recursive]()
+    {
+        System::RecursiveMutexLock lock(recursive);
+        EXPECT_FALSE(gIsFree(recursive));
+    };
     {
         System::UniqueLock lock(mutex);
         EXPECT_FALSE(gIsFree(mutex));
@@ -75,24 +81,13 @@ TEST(MutexTest, AUniqueLockHoldsTheLockExactlyWhileItSaysSo)
         EXPECT_FALSE(lock.IsLocked());
         lock.Lock();
         EXPECT_FALSE(gIsFree(mutex));
-    }
-    EXPECT_TRUE(gIsFree(mutex));
-}
 
-TEST(MutexTest, ARecursiveMutexIsFreeAfterTheOuterRelease)
-{
-    System::RecursiveMutex mutex;
-    const auto lockInside = [&mutex]()
-    {
-        System::RecursiveMutexLock lock(mutex);
-        EXPECT_FALSE(gIsFree(mutex));
-    };
-    {
-        System::RecursiveMutexLock lock(mutex);
+        System::RecursiveMutexLock outer(recursive);
         lockInside();
-        EXPECT_FALSE(gIsFree(mutex));
+        EXPECT_FALSE(gIsFree(recursive));
     }
     EXPECT_TRUE(gIsFree(mutex));
+    EXPECT_TRUE(gIsFree(recursive));
 }
 
 } // namespace

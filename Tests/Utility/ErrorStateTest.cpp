@@ -35,6 +35,7 @@ TEST(ErrorState, FailureRecordsCodeAndFormattedText)
 TEST(ErrorState, OnlyTheInnermostOpenContextIsRecorded)
 {
     ErrorState errors;
+    const ErrorContextScope ofNoState(nullptr, "does nothing");
     {
         const ErrorContextScope outer(&errors, "outer");
         {
@@ -51,25 +52,6 @@ TEST(ErrorState, OnlyTheInnermostOpenContextIsRecorded)
     EXPECT_EQ(Utility::GetErrorText(errors), "Context: [no context], internal error: third\n"
                                              "Context: outer, internal error: second\n"
                                              "Context: inner, internal error: first");
-}
-
-TEST(ErrorState, ContextStackIsRestoredOnEarlyReturn)
-{
-    ErrorState errors;
-    const auto fail = [&errors]
-    {
-        const ErrorContextScope scope(&errors, "failing operation");
-        return Check(errors, false, 0, "failed");
-    };
-    const ErrorContextScope outer(&errors, "outer");
-    EXPECT_FALSE(fail());
-    errors.AddError(0, "afterwards");
-    EXPECT_EQ(errors.GetEntries().back().Context, "outer");
-}
-
-TEST(ErrorState, ContextOfNoStateDoesNothing)
-{
-    const ErrorContextScope scope(nullptr, "context");
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 #include "Utility/Assert.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <array>
 #include <cstdio>

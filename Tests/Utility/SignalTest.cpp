@@ -3,7 +3,6 @@
 #include "Tests/Utility/LogCapture.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
@@ -11,9 +10,7 @@
 #include <optional>
 #include <vector>
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::MatchesRegex;
+using namespace testing;
 using Utility::SignalRegistration;
 
 namespace
