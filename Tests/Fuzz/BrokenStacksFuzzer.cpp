@@ -3,8 +3,7 @@
 #include "Session/Callstacks/BrokenStackChunk.h"
 #include "Session/Callstacks/BrokenStackHolder.h"
 #include "Session/Callstacks/BrokenStackReader.h"
-#include "Tests/Fuzz/SessionInputs.h"
-#include "Tests/Fuzz/SessionWorld.h"
+#include "Tests/Fuzz/StreamFiles.h"
 
 #include <cstring>
 #include <limits>
@@ -15,20 +14,6 @@ namespace
 using namespace Profiler;
 using Fuzz::Bytes;
 using Fuzz::gExpect;
-
-struct SoundFiles
-{
-    SoundFiles()
-    {
-        const Fuzz::Folder folder;
-        const Fuzz::SessionWorld world(folder);
-        Index = folder.Read("stacks.index");
-        Data = folder.Read("stacks.dat");
-    }
-
-    Bytes Index;
-    Bytes Data;
-};
 
 // Steps to the begin, the middle and the end of every range, as a pass that meets events there.
 void gStepThrough(BrokenStackReader inReader, const std::vector<BrokenRange>& inRanges)
@@ -69,15 +54,14 @@ void gReadThread(const BrokenStackHolder& inHolder, ThreadID inThread)
 }
 
 // Whether the files could be loaded.
-bool gTry(const Fuzz::Folder& inFolder, const Bytes& inIndex, const Bytes& inData)
+bool gTry(const Fuzz::StreamFiles& inSound, const Bytes& inIndex, const Bytes& inData)
 {
-    const Fuzz::Files files = {{"stacks.index", inIndex}, {"stacks.dat", inData}};
-    inFolder.ReplaceAll(files);
-    BrokenStackHolder holder(inFolder.GetPath());
+    const Fuzz::Files files = inSound.Replace(inIndex, inData);
+    BrokenStackHolder holder(inSound.Place.GetPath());
     Utility::ErrorState errors;
     const bool isLoaded = holder.Load(Fuzz::gGetSessionRegistry(), errors);
     gExpect(isLoaded == errors.GetEntries().empty() && isLoaded == (holder.GetIndex() != nullptr));
-    gExpect(inFolder.ReadAll() == files);
+    gExpect(inSound.Place.ReadAll() == files);
     if (!isLoaded)
         return false;
     for (const auto& [thread, chunks] : holder.GetIndex()->ChunksByThread)
@@ -105,10 +89,10 @@ Bytes gMakeIndex(const Bytes& inContent, size_t inFrameSize)
     return {buffer.GetData(), buffer.GetData() + buffer.GetSize()};
 }
 
-void gTryContent(const Fuzz::Folder& inFolder, const Bytes& inContent)
+void gTryContent(const Fuzz::StreamFiles& inSound, const Bytes& inContent)
 {
     const Bytes frame = Fuzz::gCompress(inContent);
-    if (!gTry(inFolder, gMakeIndex(inContent, frame.size()), frame))
+    if (!gTry(inSound, gMakeIndex(inContent, frame.size()), frame))
         return;
     // What was taken for ranges is nothing but ranges.
     BrokenStackFile file;
@@ -117,7 +101,7 @@ void gTryContent(const Fuzz::Folder& inFolder, const Bytes& inContent)
     std::memcpy(&first, inContent.data() + sizeof(uint64_t), sizeof(first));
     BrokenRange last;
     std::memcpy(&last, inContent.data() + inContent.size() - sizeof(last), sizeof(last));
-    gExpect(file.Open(inFolder.At("stacks.dat")) && file.ReadChunk({first.Start, last.End, 0, frame.size()}, ranges));
+    gExpect(file.Open(inSound.Place.At("stacks.dat")) && file.ReadChunk({first.Start, last.End, 0, frame.size()}, ranges));
     Utility::ByteBuffer content;
     gEncodeBrokenRanges(ranges, content);
     gExpect(Bytes(content.GetData(), content.GetData() + content.GetSize()) == inContent);
@@ -127,20 +111,19 @@ void gTryContent(const Fuzz::Folder& inFolder, const Bytes& inContent)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* inData, size_t inSize)
 {
-    static const Fuzz::Folder sFolder;
-    static const SoundFiles sSound;
+    static const Fuzz::StreamFiles sSound("stacks");
     Fuzz::gExpectNoAssertions();
     const Fuzz::ChosenInput input(inData, inSize);
     switch (static_cast<Fuzz::EBrokenStackInput>(input.Choice % Fuzz::sNumBrokenStackInputs))
     {
     case Fuzz::EBrokenStackInput::Index:
-        static_cast<void>(gTry(sFolder, input.MakeContainer(sSound.Index), sSound.Data));
+        static_cast<void>(gTry(sSound, input.MakeContainer(sSound.Index), sSound.Data));
         break;
     case Fuzz::EBrokenStackInput::Data:
-        static_cast<void>(gTry(sFolder, sSound.Index, input.Content));
+        static_cast<void>(gTry(sSound, sSound.Index, input.Content));
         break;
     case Fuzz::EBrokenStackInput::ChunkContent:
-        gTryContent(sFolder, input.Content);
+        gTryContent(sSound, input.Content);
         break;
     }
     return 0;

@@ -1,8 +1,7 @@
 // Any bytes as a file of the event stream: the index with hashes that fit, events.dat as it is, the content of a chunk of it, or
 // events.dat in the plain layout, which is brought to that of today.
 #include "Session/Events/TraceEventStreamReader.h"
-#include "Tests/Fuzz/SessionInputs.h"
-#include "Tests/Fuzz/SessionWorld.h"
+#include "Tests/Fuzz/StreamFiles.h"
 
 #include <cstring>
 #include <limits>
@@ -15,22 +14,6 @@ using Fuzz::Bytes;
 using Fuzz::gExpect;
 
 constexpr double sFromTheStart = std::numeric_limits<double>::lowest();
-
-struct SoundFiles
-{
-    SoundFiles()
-    {
-        const Fuzz::Folder folder;
-        const Fuzz::SessionWorld world(folder);
-        Index = folder.Read("events.index");
-        Data = folder.Read("events.dat");
-        PlainData = Fuzz::gMakePlainRecords(folder);
-    }
-
-    Bytes Index;
-    Bytes Data;
-    Bytes PlainData;
-};
 
 using Events = std::vector<TraceEvent>;
 
@@ -153,25 +136,25 @@ Events gUpgrade(const Fuzz::Folder& inFolder, TraceEventStream& ioStream, bool& 
     return events;
 }
 
-void gTryIndex(const Fuzz::Folder& inFolder, const SoundFiles& inSound, const Bytes& inIndex)
+void gTryIndex(const Fuzz::StreamFiles& inSound, const Bytes& inIndex)
 {
-    inFolder.ReplaceAll({{"events.index", inIndex}, {"events.dat", inSound.Data}});
-    const std::unique_ptr<TraceEventStream> stream = gLoad(inFolder);
+    inSound.Replace(inIndex, inSound.Data);
+    const std::unique_ptr<TraceEventStream> stream = gLoad(inSound.Place);
     if (stream == nullptr)
         return;
     const Events events = gReadInAllWays(*stream);
     gExpect(events.empty() || !stream->NeedsUpgrade());
     if (stream->GetEventDataVersion() != TraceEventStream::sPlainVersion)
         return;
-    inFolder.Write("events.dat", inSound.PlainData);
+    inSound.Place.Write("events.dat", inSound.PlainData);
     bool isUpgraded = false;
-    static_cast<void>(gUpgrade(inFolder, *stream, isUpgraded));
+    static_cast<void>(gUpgrade(inSound.Place, *stream, isUpgraded));
 }
 
-void gTryData(const Fuzz::Folder& inFolder, const Bytes& inIndex, const Bytes& inData)
+void gTryData(const Fuzz::StreamFiles& inSound, const Bytes& inIndex, const Bytes& inData)
 {
-    inFolder.ReplaceAll({{"events.index", inIndex}, {"events.dat", inData}});
-    const std::unique_ptr<TraceEventStream> stream = gLoad(inFolder);
+    inSound.Replace(inIndex, inData);
+    const std::unique_ptr<TraceEventStream> stream = gLoad(inSound.Place);
     gExpect(stream != nullptr);
     const Events events = gReadInAllWays(*stream);
     gExpectStorable(events);
@@ -179,24 +162,24 @@ void gTryData(const Fuzz::Folder& inFolder, const Bytes& inIndex, const Bytes& i
     static_cast<void>(gReadInAllWays(*stream));
 }
 
-void gTryContent(const Fuzz::Folder& inFolder, const Bytes& inInput)
+void gTryContent(const Fuzz::StreamFiles& inSound, const Bytes& inInput)
 {
     uint64_t numEvents = 0;
     if (inInput.size() < sizeof(numEvents))
         return;
     std::memcpy(&numEvents, inInput.data(), sizeof(numEvents));
     const Bytes frame = Fuzz::gCompress({inInput.begin() + sizeof(numEvents), inInput.end()});
-    gTryData(inFolder, Fuzz::gMakeEventIndex(TraceEventStream::sColumnarVersion, frame.size(), numEvents), frame);
+    gTryData(inSound, Fuzz::gMakeEventIndex(TraceEventStream::sColumnarVersion, frame.size(), numEvents), frame);
 }
 
-void gTryPlainData(const Fuzz::Folder& inFolder, const Bytes& inData)
+void gTryPlainData(const Fuzz::StreamFiles& inSound, const Bytes& inData)
 {
     const Bytes index = Fuzz::gMakeEventIndex(TraceEventStream::sPlainVersion, inData.size(), 1);
-    inFolder.ReplaceAll({{"events.index", index}, {"events.dat", inData}});
-    const std::unique_ptr<TraceEventStream> stream = gLoad(inFolder);
+    inSound.Replace(index, inData);
+    const std::unique_ptr<TraceEventStream> stream = gLoad(inSound.Place);
     gExpect(stream != nullptr && stream->NeedsUpgrade() && gReadInAllWays(*stream).empty());
     bool isUpgraded = false;
-    const Events events = gUpgrade(inFolder, *stream, isUpgraded);
+    const Events events = gUpgrade(inSound.Place, *stream, isUpgraded);
     // Nothing of it is lost or changed.
     gExpect(!isUpgraded || gJoin(events) == inData);
 }
@@ -205,23 +188,22 @@ void gTryPlainData(const Fuzz::Folder& inFolder, const Bytes& inData)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* inData, size_t inSize)
 {
-    static const Fuzz::Folder sFolder;
-    static const SoundFiles sSound;
+    static const Fuzz::StreamFiles sSound("events");
     Fuzz::gExpectNoAssertions();
     const Fuzz::ChosenInput input(inData, inSize);
     switch (static_cast<Fuzz::EEventStreamInput>(input.Choice % Fuzz::sNumEventStreamInputs))
     {
     case Fuzz::EEventStreamInput::Index:
-        gTryIndex(sFolder, sSound, input.MakeContainer(sSound.Index));
+        gTryIndex(sSound, input.MakeContainer(sSound.Index));
         break;
     case Fuzz::EEventStreamInput::Data:
-        gTryData(sFolder, sSound.Index, input.Content);
+        gTryData(sSound, sSound.Index, input.Content);
         break;
     case Fuzz::EEventStreamInput::ChunkContent:
-        gTryContent(sFolder, input.Content);
+        gTryContent(sSound, input.Content);
         break;
     case Fuzz::EEventStreamInput::PlainData:
-        gTryPlainData(sFolder, input.Content);
+        gTryPlainData(sSound, input.Content);
         break;
     }
     return 0;
