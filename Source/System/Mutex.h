@@ -173,7 +173,7 @@ private:
     std::condition_variable mCondition;
 };
 
-// A condition variable of a RecursiveMutex. REQUIRES of both waits: the thread holds the mutex exactly once, as only one hold is
+// A condition variable of a RecursiveMutex. REQUIRES of all waits: the thread holds the mutex exactly once, as only one hold is
 // given back.
 class RecursiveConditionVariable
 {
@@ -184,6 +184,12 @@ public:
     bool WaitFor(RecursiveMutex& ioMutex, std::chrono::milliseconds inTimeout) REQUIRES(ioMutex)
     {
         return mCondition.wait_for(ioMutex.mMutex, inTimeout) == std::cv_status::no_timeout;
+    }
+
+    // As Wait, until no later than inDeadline. False if the time ran out.
+    bool WaitUntil(RecursiveMutex& ioMutex, std::chrono::steady_clock::time_point inDeadline) REQUIRES(ioMutex)
+    {
+        return mCondition.wait_until(ioMutex.mMutex, inDeadline) == std::cv_status::no_timeout;
     }
 
     void NotifyOne() { mCondition.notify_one(); }

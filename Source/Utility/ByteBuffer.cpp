@@ -1,5 +1,6 @@
 #include "Utility/ByteBuffer.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +12,19 @@ namespace Utility
 
 namespace
 {
+
+// Below this a buffer has few pages to be touched for the first time.
+constexpr size_t sLargeBuffer = size_t{4} << 20;
+
+// The first touch of a page costs more than what is then written to it; of a large page it costs nearly nothing. A system that has
+// none to give goes on with small ones.
+void gAdviseLargePages(void* inData, size_t inSize)
+{
+    const auto pageSize = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const uintptr_t start = (reinterpret_cast<uintptr_t>(inData) + pageSize - 1) & ~(pageSize - 1);
+    const uintptr_t end = (reinterpret_cast<uintptr_t>(inData) + inSize) & ~(pageSize - 1);
+    static_cast<void>(madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE)); // NOLINT(performance-no-int-to-ptr)
+}
 
 bool gFitsIntoMemory(uint64_t inSize)
 {
@@ -32,6 +46,8 @@ bool ByteBuffer::Reallocate(size_t inCapacity)
     static_cast<void>(mData.release()); // realloc took it over
     mData.reset(static_cast<uint8_t*>(data));
     mCapacity = inCapacity;
+    if (inCapacity >= sLargeBuffer)
+        gAdviseLargePages(data, inCapacity);
     return true;
 }
 

@@ -23,14 +23,20 @@ void Compressor::FreeContext::operator()(ZSTD_CCtx_s* inContext) const
 
 bool Compressor::Compress(const void* inData, size_t inSize, ByteBuffer& outFrame)
 {
+    outFrame.Clear();
+    return Append(inData, inSize, outFrame);
+}
+
+bool Compressor::Append(const void* inData, size_t inSize, ByteBuffer& ioFrames)
+{
+    const size_t start = ioFrames.GetSize();
     const size_t bound = ZSTD_compressBound(inSize);
-    if (mContext == nullptr || ZSTD_isError(bound) != 0 || !outFrame.TryResize(bound))
+    if (mContext == nullptr || ZSTD_isError(bound) != 0 || !ioFrames.TryResize(start + bound))
         return false;
-    const size_t size = ZSTD_compressCCtx(mContext.get(), outFrame.GetData(), bound, inData, inSize, sLevel);
-    if (ZSTD_isError(size) != 0)
-        return false;
-    outFrame.Resize(size);
-    return true;
+    const size_t size = ZSTD_compressCCtx(mContext.get(), ioFrames.GetData() + start, bound, inData, inSize, sLevel);
+    const bool isCompressed = ZSTD_isError(size) == 0;
+    ioFrames.Resize(isCompressed ? start + size : start);
+    return isCompressed;
 }
 
 Decompressor::Decompressor() : mContext(ZSTD_createDCtx()) {}

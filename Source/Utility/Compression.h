@@ -23,6 +23,10 @@ public:
     // Makes outFrame one frame of the bytes, compressed at level 1. False if memory doesn't suffice.
     [[nodiscard]] bool Compress(const void* inData, size_t inSize, ByteBuffer& outFrame);
 
+    // Appends such a frame to those that are there. On failure ioFrames is as it was. REQUIRES: inData doesn't point into
+    // ioFrames.
+    [[nodiscard]] bool Append(const void* inData, size_t inSize, ByteBuffer& ioFrames);
+
 private:
     struct FreeContext
     {

@@ -30,4 +30,14 @@ inline constexpr float sLevel0ChunkLengthMs = 500.0F;
     return static_cast<int32_t>(index);
 }
 
+// First time of a chunk, and the first one behind it, in milliseconds.
+[[nodiscard]] inline double ChunkStartOfIndex(int32_t inIndex, float inChunkLength)
+{
+    return static_cast<double>(inChunkLength) * inIndex;
+}
+[[nodiscard]] inline double ChunkEndOfIndex(int32_t inIndex, float inChunkLength)
+{
+    return inIndex * static_cast<double>(inChunkLength) + static_cast<double>(inChunkLength);
+}
+
 } // namespace Profiler
