@@ -12,6 +12,7 @@
 #include "Session/Settings/GeneralSettings.h"
 #include "Session/Settings/SymbolSettings.h"
 #include "Session/SharedModel.h"
+#include "ThreadsModel/DetailLOD.h"
 #include "ThreadsModel/ThreadsModel.h"
 
 namespace Profiler
@@ -48,7 +49,7 @@ void gRegisterSerializationTypes(RTTI::Registry& ioRegistry)
 
 void gRegisterTimelineTypes(RTTI::Registry& ioRegistry)
 {
-    gRegisterAll<ThreadsModel>(ioRegistry);
+    gRegisterAll<ThreadsModel, DetailLOD, DetailLODThread, ChunkTable, ChunkDescription, ChunkLayout>(ioRegistry);
 }
 
 } // namespace

@@ -12,7 +12,9 @@ RTTI_END()
 namespace Profiler
 {
 
-ThreadsModel::ThreadsModel(ModelPlugin& inPlugin, Session& inSession) : Model(inPlugin, inSession)
+ThreadsModel::ThreadsModel(ModelPlugin& inPlugin, Session& inSession)
+    : Model(inPlugin, inSession),
+      mThreadDetailLODs(gMakeDetailLODs(inSession))
 {
     Utility::gLog("The threads model records no timeline in this version");
 }

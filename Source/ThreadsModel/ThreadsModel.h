@@ -7,6 +7,7 @@
 #include "RTTI/Declare.h"
 #include "Serialization/ReaderErrorState.h"
 #include "Session/Pass/Model.h"
+#include "ThreadsModel/DetailLOD.h"
 
 #include <memory>
 #include <string>
@@ -26,6 +27,15 @@ public:
 
     const RTTI::Type& GetType() const override;
 
+    // REQUIRES: inLevel is one of the levels, which a new model has nine of.
+    [[nodiscard]] DetailLOD& GetDetailLOD(int32_t inLevel) const { return *mThreadDetailLODs[static_cast<size_t>(inLevel)]; }
+
+    // The coarsest level whose buckets aren't wider than the span, in milliseconds.
+    [[nodiscard]] const DetailLOD& GetDetailLODForWidth(double inStart, double inEnd) const
+    {
+        return gFindDetailLODForWidth(mThreadDetailLODs, inStart, inEnd);
+    }
+
     ThreadProcessingState* CreateThreadProcessingState(OpenBarProcessor& inProcessor) override;
     [[nodiscard]] bool FinishThread(OpenBarProcessor& inProcessor, Utility::ErrorState& ioErrors) override;
     [[nodiscard]] bool ProcessEvent(const TraceEvent& inEvent, ThreadProcessingState* ioState,
@@ -35,6 +45,9 @@ public:
     [[nodiscard]] bool FinishProcessing(Utility::ErrorState& ioErrors, const bool& inIsCanceled) override;
     [[nodiscard]] bool PrepareReprocess(Utility::ErrorState& ioErrors) override;
     [[nodiscard]] bool SaveModel(Utility::ErrorState& ioErrors) override;
+
+private:
+    DetailLODList mThreadDetailLODs;
 };
 
 } // namespace Profiler
