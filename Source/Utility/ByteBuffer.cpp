@@ -16,8 +16,8 @@ namespace
 // Below this a buffer has few pages to be touched for the first time.
 constexpr size_t sLargeBuffer = size_t{4} << 20;
 
-// The first touch of a page costs more than what is then written to it; of a large page it costs nearly nothing. A system that has
-// none to give goes on with small ones.
+// The first touch of a page costs more than what is then written to it; of a large page it costs nearly nothing. A system that
+// has none to give goes on with small ones.
 void gAdviseLargePages(void* inData, size_t inSize)
 {
     const auto pageSize = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));

@@ -139,8 +139,8 @@ private:
     const Function mDefaultFunction = Function::sMakeUnknown("Unknown");
 
     mutable System::Mutex mMutex;
-    std::vector<Function> mFunctions GUARDED_BY(mMutex);        // by RelativeAddress
-    std::vector<uint64_t> mFunctionStarts GUARDED_BY(mMutex);   // of mFunctions, dense because every frame searches them
+    std::vector<Function> mFunctions GUARDED_BY(mMutex);      // by RelativeAddress
+    std::vector<uint64_t> mFunctionStarts GUARDED_BY(mMutex); // of mFunctions, dense because every frame searches them
     // Frames repeat, and a search among a kernel's functions misses the processor's cache at most of its steps.
     mutable std::vector<RecentLookup> mRecentLookups GUARDED_BY(mMutex); // by hash of the address; emptied with every change
     std::vector<Function> mRuntimeFunctions GUARDED_BY(mMutex);          // by RelativeAddress
