@@ -42,6 +42,7 @@ class EventDispatcher;
 class Model;
 class PlatformPlugin;
 class PluginManagerFrontEnd;
+class OpenBarProcessorFiberState;
 class SharedModel;
 struct PluginManagerCommon;
 
@@ -153,7 +154,8 @@ public:
     // before.
     [[nodiscard]] bool CreateModels(Utility::ErrorState& ioErrors);
 
-    // Begins a pass over all models, or over the given ones.
+    // Begins a pass over all models, or over the given ones. REQUIRES: each is new and prepared, as CreateModels and Reprocess
+    // leave them; a model that another pass has begun to fill would hold its events twice.
     [[nodiscard]] bool BeginProcessing(Utility::ErrorState& ioErrors);
     [[nodiscard]] bool BeginProcessing(const std::vector<Model*>& inModels, Utility::ErrorState& ioErrors);
 
@@ -239,6 +241,7 @@ private:
 
     [[nodiscard]] bool DispatchCapturedEvents(TraceEventStreamReader& ioReader, Utility::ErrorState& ioErrors,
                                               const bool& inIsCanceled, const Utility::ProgressFunction& inProgress);
+    void MarkUnbuilt(const std::vector<Model*>& inModels);
     void CompleteThreads();
 
     [[nodiscard]] bool SaveModels(Utility::ErrorState& ioErrors);
@@ -259,8 +262,9 @@ private:
     std::vector<Model*> mUnbuiltModels;     // those that no finished pass has built; nothing stored is trusted until it is empty
     std::vector<Model*> mModelsToSave;      // those of finished passes, until they are saved
     std::unique_ptr<SharedModel> mSharedModel;
-    bool mIsSharedModelSound = false;               // it was loaded, or comes from a pass that was finished
-    std::unique_ptr<TraceEventStream> mEventStream; // never null
+    std::unique_ptr<OpenBarProcessorFiberState> mUnkeptFibers; // of a pass without models
+    bool mIsSharedModelSound = false;                          // it was loaded, or comes from a pass that was finished
+    std::unique_ptr<TraceEventStream> mEventStream;            // never null
     BrokenStackHolder mBrokenStacks;
     std::unique_ptr<EventDispatcher> mDispatcher; // of the pass that runs, or of one that failed
     std::unique_ptr<PlatformSession> mPlatformSession;

@@ -30,10 +30,13 @@ CallstackKey gGetOwnStack(const TraceEvent& inEvent)
 bool Session::BuildBrokenStackIndex(const RTTI::Registry& inRegistry, Utility::ErrorState& ioErrors, const bool& inIsCanceled,
                                     const Utility::ProgressFunction& inProgress)
 {
-    // Models that wait to be built anew weren't built with the ranges that come now: should this be all that happens before the
-    // session is opened again, nothing may make them look as if they were.
-    if (!mUnbuiltModels.empty() && !ResetSharedModel(ioErrors))
+    // No model was built with the ranges that come now: should this be all that happens before the session is opened again, none
+    // may look as if it was.
+    if (!ResetSharedModel(ioErrors))
         return false;
+    mIsSharedModelSound = false;
+    mModelsToSave.clear();
+    mUnbuiltModels = mModels;
     BrokenStackWriter writer(GetDirectory());
     if (!writer.Open(ioErrors))
         return false;

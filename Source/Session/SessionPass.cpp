@@ -67,15 +67,24 @@ bool Session::BeginProcessing(const std::vector<Model*>& inModels, Utility::Erro
         mSharedModel = std::make_unique<SharedModel>(*this);
         mIsSharedModelSound = false;
     }
+    MarkUnbuilt(inModels);
+    mModelsOfPass = inModels;
+    // What a pass for no model sees of fibers mustn't be added to what the kept shared model knows of them already.
+    mUnkeptFibers = std::make_unique<OpenBarProcessorFiberState>();
+    OpenBarProcessorFiberState& fibers = inModels.empty() ? *mUnkeptFibers : mSharedModel->GetFiberState();
+    mDispatcher = std::make_unique<EventDispatcher>(*this, fibers, mBrokenStacks, inModels);
+    return mDispatcher->BeginProcessing(ioErrors);
+}
+
+void Session::MarkUnbuilt(const std::vector<Model*>& inModels)
+{
+    mIsSharedModelSound = mIsSharedModelSound && inModels.empty();
     for (Model* model : inModels)
     {
         std::erase(mModelsToSave, model);
         std::erase(mUnbuiltModels, model);
         mUnbuiltModels.push_back(model);
     }
-    mModelsOfPass = inModels;
-    mDispatcher = std::make_unique<EventDispatcher>(*this, mSharedModel->GetFiberState(), mBrokenStacks, inModels);
-    return mDispatcher->BeginProcessing(ioErrors);
 }
 
 bool Session::ProcessEvents(Utility::ErrorState& ioErrors, const bool& inIsCanceled, const Utility::ProgressFunction& inProgress)
@@ -120,6 +129,7 @@ bool Session::Reprocess(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, c
 {
     if (!ResetSharedModel(ioErrors))
         return false;
+    MarkUnbuilt(mModelsToReprocess);
     for (Model* model : mModelsToReprocess)
     {
         if (!model->PrepareReprocess(ioErrors))

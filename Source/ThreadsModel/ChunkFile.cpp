@@ -14,7 +14,10 @@ bool ChunkFile::Open(const std::string& inPath, EMode inMode)
     mStream.open(inPath, inMode == EMode::Writing ? reading | std::ios_base::out | std::ios_base::app : reading);
     if (mStream.is_open() && inMode == EMode::Writing)
         mStream.seekp(0, std::ios_base::end);
-    return mStream.is_open();
+    if (mStream.is_open() && mStream.good())
+        return true;
+    Close();
+    return false;
 }
 
 void ChunkFile::Close()

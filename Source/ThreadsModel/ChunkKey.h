@@ -5,6 +5,7 @@
 
 #include "ThreadsModel/Chunks/ChunkType.h"
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -26,7 +27,7 @@ struct ChunkKey
     [[nodiscard]] static ChunkKey sMakeReadyThread(uint32_t inChunkID) { return {inChunkID, 0, EChunkType::ReadyThread}; }
 
     // REQUIRES: not the key of a ready-thread chunk.
-    [[nodiscard]] DetailLODThread& GetThread() const { return *reinterpret_cast<DetailLODThread*>(mThread); }
+    [[nodiscard]] DetailLODThread& GetThread() const { return *std::bit_cast<DetailLODThread*>(mThread); }
     // REQUIRES: the key of a ready-thread chunk.
     [[nodiscard]] uint32_t GetReadyThreadID() const { return static_cast<uint32_t>(mThread); }
 

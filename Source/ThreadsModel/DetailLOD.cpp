@@ -55,8 +55,9 @@ DetailLODThread* DetailLOD::GetThread(ThreadID inThreadID) const
 
 void DetailLOD::BindThreads(ThreadStreamingManager& ioManager)
 {
-    // A damaged file may name threads and not have them.
-    std::erase_if(mThreads, [](const auto& inEntry) { return inEntry.second == nullptr; });
+    // A damaged file may name threads and not have them, or have others.
+    std::erase_if(mThreads, [](const auto& inEntry)
+                  { return inEntry.second == nullptr || inEntry.second->GetThreadID() != inEntry.first; });
     for (const auto& [threadID, thread] : mThreads)
         thread->Bind(ioManager, *this);
 }

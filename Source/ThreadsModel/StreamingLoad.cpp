@@ -132,7 +132,15 @@ void ThreadStreamingManager::FinishLoad(ChunkLoadRequest& ioRequest, std::unique
 {
     Chunk* const chunk = inChunk.get();
     const uint64_t size = chunk->GetSize();
-    mLoadedBytes.fetch_add(static_cast<int64_t>(size));
+    {
+        const RecursiveMutexLock lock(mMutex);
+        RefCountedChunk* entry = FindLoading(ioRequest);
+        if (entry == nullptr)
+            return; // whoever fills the chunk took the entry over, and has told the callbacks
+        mLoadedBytes.fetch_add(static_cast<int64_t>(size));
+        entry->mChunk = std::move(inChunk);
+        entry->mLoadRequest = nullptr;
+    }
     LogChunk(ioRequest.Key,
              [&]
              {
@@ -140,24 +148,10 @@ void ThreadStreamingManager::FinishLoad(ChunkLoadRequest& ioRequest, std::unique
                                          Utility::gFormatSize(size).c_str());
              });
     LogMemory();
-    bool isWanted = false;
-    {
-        const RecursiveMutexLock lock(mMutex);
-        RefCountedChunk* entry = FindLoading(ioRequest);
-        isWanted = entry != nullptr;
-        if (isWanted)
-        {
-            entry->mChunk = std::move(inChunk);
-            entry->mLoadRequest = nullptr;
-        }
-    }
-    if (!isWanted)
-        mLoadedBytes.fetch_sub(static_cast<int64_t>(size));
     // Nothing is added from here on: whoever asks now finds the chunk. It stays until it is on the list of what may go.
     for (const ChunkCallback& callback : ioRequest.Callbacks)
-        callback(isWanted ? chunk : nullptr);
-    if (isWanted)
-        AddEligible(ioRequest.Key);
+        callback(chunk);
+    AddEligible(ioRequest.Key);
 }
 
 // The entry stays as long as somebody holds a handle to it.

@@ -265,13 +265,15 @@ EChunkRequestResult ThreadStreamingManager::GetOrCreateChunk(const DetailLODThre
     if (mAbortAllocations)
         return EChunkRequestResult::Aborted;
 
-    // Anything may have become of the entry during the wait. A load that should never have been tried finds that it lost it.
-    RefCountedChunk& refCountedChunk = mChunkMap[chunkKey];
-    if (!refCountedChunk.IsLoaded())
+    // Anything may have become of the entry during the wait.
+    const auto entry = mChunkMap.try_emplace(chunkKey).first;
+    RefCountedChunk& refCountedChunk = entry->second;
+    if (refCountedChunk.IsLoaded())
+        CheckInProgress(inDetailLODThread, inChunkDescription, inChunkType, *entry);
+    else
     {
+        TakeFromLoad(refCountedChunk);
         refCountedChunk.mChunk = gCreateChunk(inChunkType);
-        refCountedChunk.mLoadRequest = nullptr;
-        refCountedChunk.mHasFailed = false;
         mInProgressChunks[chunkKey] = refCountedChunk.mChunk.get();
     }
     outHandle = ChunkHandle(*this, chunkKey, inUnloadMode, refCountedChunk.mChunk.get());
@@ -293,6 +295,18 @@ void ThreadStreamingManager::CheckInProgress(const DetailLODThread& inDetailLODT
             (inChunkType == EChunkType::Overview && inChunkDescription.mIndex == inDetailLODThread.GetCurrentOverviewChunk()) ||
             inChunkDescription.mIndex == inDetailLODThread.GetCurrentDetailChunk(),
         "Attempt to get chunk that is ready to be saved out");
+}
+
+// For a chunk that is to be filled: a load that should never have been tried ends here, and what it brings finds no entry.
+void ThreadStreamingManager::TakeFromLoad(RefCountedChunk& ioEntry)
+{
+    ioEntry.mHasFailed = false;
+    if (ioEntry.mLoadRequest == nullptr)
+        return;
+    for (const ChunkCallback& callback : std::exchange(ioEntry.mLoadRequest->Callbacks, {}))
+        callback(nullptr);
+    ioEntry.mLoadRequest = nullptr;
+    WakeHelpers();
 }
 
 bool ThreadStreamingManager::IsMemoryExhausted() const

@@ -95,7 +95,7 @@ public:
     [[nodiscard]] bool HasSaveErrors() const { return mHasSaveErrors.load(std::memory_order_acquire); }
     [[nodiscard]] std::vector<std::string> GetSaveErrors() const;
 
-    // What couldn't be loaded, each block once.
+    // What couldn't be loaded and why, each text once.
     [[nodiscard]] std::vector<std::string> GetLoadErrors() const;
 
     // Chunks from disk. A handle without a chunk is what a failed load gives, and callbacks then hear null; a load that is tried
@@ -108,7 +108,7 @@ public:
     {
         return TypedChunkHandle<T>(Load(inDetailLODThread, inChunkDescription, T::sGetChunkType(), inUnloadMode, {}));
     }
-    // inCallback, unless it is empty, is told of the chunk: before this returns if it is there, else on another thread.
+    // inCallback, unless it is empty, is told of the chunk: before this returns if the answer is known, else later on any thread.
     [[nodiscard]] ChunkHandle Load(const DetailLODThread& inDetailLODThread, const ChunkDescription& inChunkDescription,
                                    EChunkType inChunkType, EChunkUnloadMode inUnloadMode, const ChunkCallback& inCallback);
 
@@ -189,6 +189,7 @@ private:
         REQUIRES(mMutex);
     void CheckInProgress(const DetailLODThread& inDetailLODThread, const ChunkDescription& inChunkDescription,
                          EChunkType inChunkType, const ChunkMap::value_type& inEntry) const REQUIRES(mMutex);
+    void TakeFromLoad(RefCountedChunk& ioEntry) REQUIRES(mMutex);
     [[nodiscard]] bool IsMemoryExhausted() const;
     ChunkHandle LoadBlock(const ChunkKey& inKey, ChunkFile& inFile, uint64_t inOffset, uint64_t inSize,
                           EChunkUnloadMode inUnloadMode, const ChunkCallback& inCallback);

@@ -215,9 +215,8 @@ void gAddChunk(SeedFolder& ioSeeds, EChunkInput inChoice, Chunk& ioChunk)
 }
 
 // Calls of two functions under one root, as deep as there are rows, some of them instrumented.
-BarChunk gMakeBars(int32_t inNumRows, uint32_t inNumCalls)
+void gFillBars(int32_t inNumRows, uint32_t inNumCalls, BarChunk& ioBars)
 {
-    BarChunk bars;
     for (int32_t depth = 0; depth < inNumRows; ++depth)
     {
         const uint32_t numBars = depth == 0 ? 1 : inNumCalls;
@@ -227,16 +226,15 @@ BarChunk gMakeBars(int32_t inNumRows, uint32_t inNumCalls)
             const double length = 8.0 / numBars;
             const ResolveIndex module{i % 2 == 0 ? ResolveIndex::sNativeClass : ResolveIndex::sInstrumentedFlag};
             uint64_t index = 0;
-            bars.AddBar(depth, parent, 0x1000 + i % 2, module, i % 4, index, i * length, (i + 0.75) * length);
+            ioBars.AddBar(depth, parent, 0x1000 + i % 2, module, i % 4, index, i * length, (i + 0.75) * length);
             if (module.IsInstrumented())
-                bars.SetInstrumentationContext({depth, index}, i);
+                ioBars.SetInstrumentationContext({depth, index}, i);
         }
     }
-    bars.BuildBoundaries();
-    return bars;
+    ioBars.BuildBoundaries();
 }
 
-void gAddBars(SeedFolder& ioSeeds, BarChunk inBars)
+void gAddBars(SeedFolder& ioSeeds, BarChunk& inBars)
 {
     Utility::ByteBuffer boundaries;
     inBars.WriteBoundaries(boundaries);
@@ -253,11 +251,10 @@ void gAddBars(SeedFolder& ioSeeds, BarChunk inBars)
 }
 
 // Spans of each state, or buckets with each number of states, one behind the other.
-OverviewChunk gMakeOverview(bool inHasBuckets)
+void gFillOverview(bool inHasBuckets, OverviewChunk& ioOverview)
 {
-    OverviewChunk overview;
-    overview.SetContinuesFromPrevious();
-    overview.SetLastEntryEndTime(100.0);
+    ioOverview.SetContinuesFromPrevious();
+    ioOverview.SetLastEntryEndTime(100.0);
     for (size_t i = 0; i < sNumTimedThreadStates; ++i)
     {
         const auto start = static_cast<double>(i);
@@ -266,11 +263,10 @@ OverviewChunk gMakeOverview(bool inHasBuckets)
         bucket.End = start + 1.0;
         std::fill_n(bucket.Shares.begin(), i, 0.125F);
         if (inHasBuckets)
-            overview.AddAccumulated(bucket);
+            ioOverview.AddAccumulated(bucket);
         else
-            overview.AddEntry(static_cast<ThreadState>(i), sNoReadyIndex, i, start, start + 0.5, start, start + 2.0);
+            ioOverview.AddEntry(static_cast<ThreadState>(i), sNoReadyIndex, i, start, start + 0.5, start, start + 2.0);
     }
-    return overview;
 }
 
 void gAddReadyRecords(SeedFolder& ioSeeds, int inCount)
@@ -285,8 +281,14 @@ void gMakeChunkSeeds(const std::filesystem::path& inFolder)
 {
     SeedFolder seeds(inFolder / "ChunkFuzzer");
     for (const uint32_t numCalls : {0U, 1U, 2U, 9U})
-        gAddBars(seeds, gMakeBars(numCalls == 0 ? 0 : 5, numCalls));
-    OverviewChunk overviews[] = {OverviewChunk(), gMakeOverview(false), gMakeOverview(true)};
+    {
+        BarChunk bars;
+        gFillBars(numCalls == 0 ? 0 : 5, numCalls, bars);
+        gAddBars(seeds, bars);
+    }
+    std::array<OverviewChunk, 3> overviews; // the first one empty
+    gFillOverview(false, overviews[1]);
+    gFillOverview(true, overviews[2]);
     for (OverviewChunk& overview : overviews)
         gAddChunk(seeds, EChunkInput::Overview, overview);
     for (const int numRecords : {0, 1, 9})

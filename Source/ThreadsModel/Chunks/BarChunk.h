@@ -55,8 +55,8 @@ public:
     [[nodiscard]] uint64_t GetSize() const override { return mArena->GetTotal(); }
 
     // Appends a bar to its row, which is added if it is the next one. Of the carry the low two bits count, and of the index the
-    // bits that comparisons look at. Times in milliseconds. REQUIRES: inDepth is at most the number of rows; a bar that has no
-    // row above it isn't added, and null is given.
+    // bits that comparisons look at. Times in milliseconds. REQUIRES: the chunk wasn't read from a file, and inDepth is at most
+    // the number of rows; a bar that has no row above it isn't added, and null is given with outIndex left alone.
     Bar* AddBar(int32_t inDepth, uint32_t inParentIndex, uint64_t inAddress, ResolveIndex inResolveIndex, uint32_t inCarry,
                 uint64_t& outIndex, double inStart, double inEnd);
 
@@ -92,7 +92,7 @@ public:
     [[nodiscard]] static bool ReadBoundary(std::istream& ioStream, uint64_t inOffset, uint64_t inSize, int32_t inDepth,
                                            BarBoundary& outBoundary);
 
-    // All boundaries of a block. False for bytes that aren't one.
+    // All boundaries of a block, behind which the cursor then stands. False if the bytes end before the block does.
     [[nodiscard]] static bool ReadBoundaries(Utility::ByteCursor& ioCursor, BoundaryList& outBoundaries);
 
 private:

@@ -23,8 +23,8 @@ public:
     // Appends the content to a buffer that may hold other chunks already.
     virtual void Serialize(Utility::ByteBuffer& ioBuffer) = 0;
 
-    // Replaces the content by what Serialize wrote, which must be all that is left. False for bytes that no chunk could have
-    // written; the chunk is then good for nothing but its end.
+    // Replaces the content by what Serialize wrote, which must be all that is left. False for bytes that contradict themselves;
+    // the chunk is then good for nothing but its end.
     [[nodiscard]] virtual bool Deserialize(Utility::ByteCursor& ioCursor) = 0;
 
     [[nodiscard]] virtual EChunkType GetChunkType() const = 0;

@@ -24,11 +24,22 @@ struct FunctionBarEntry
     bool operator==(const FunctionBarEntry&) const = default;
 };
 
+// Unlike the common hash of functions, which is the same for many that differ in both parts alike; a file could be full of those.
+struct FunctionHash
+{
+    size_t operator()(const ResolvedAddress& inFunction) const
+    {
+        constexpr uint64_t factor = 0x9E3779B97F4A7C15;
+        const uint64_t mixed = (inFunction.RelativeAddress ^ (inFunction.RelativeAddress >> 32)) * factor;
+        return (mixed ^ (mixed >> 29)) + (inFunction.ResolveIndex.Index & ResolveIndex::sComparedMask) * (factor >> 1);
+    }
+};
+
 class FunctionIndexChunk final : public Chunk
 {
 public:
     using BarList = std::vector<FunctionBarEntry>;
-    using FunctionTable = std::unordered_map<ResolvedAddress, BarList, ResolvedAddressHash>;
+    using FunctionTable = std::unordered_map<ResolvedAddress, BarList, FunctionHash>;
 
     [[nodiscard]] static constexpr EChunkType sGetChunkType() { return EChunkType::FunctionIndex; }
 
