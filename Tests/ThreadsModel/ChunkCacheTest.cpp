@@ -50,9 +50,7 @@ TEST_F(ChunkCacheTest, AChunkStaysAsLongAsAHandleIsLeft)
     EXPECT_EQ(mFile->NumReads, 0);
 
     copy = Bars();
-    RunCycles();
-    EXPECT_EQ(mManager->GetChunkCount(), 0U);
-    EXPECT_EQ(mManager->GetLoadedBytes(), 0);
+    EXPECT_TRUE(IsAllUnloaded());
 }
 
 TEST_F(ChunkCacheTest, ADelayedReleaseOutlastsImmediateOnes)
@@ -70,9 +68,7 @@ TEST_F(ChunkCacheTest, ADelayedReleaseOutlastsImmediateOnes)
     RunCycles();
     EXPECT_EQ(mManager->GetChunkCount(), 1U);
     sNow = 15.0;
-    RunCycles();
-    EXPECT_EQ(mManager->GetChunkCount(), 0U);
-    EXPECT_EQ(mManager->GetLoadedBytes(), 0);
+    EXPECT_TRUE(IsAllUnloaded());
 }
 
 TEST_F(ChunkCacheTest, AllocatingWaitsWhileTheBudgetIsExhausted)
@@ -296,15 +292,16 @@ TEST_F(ChunkCacheTest, TheLogHearsOfEachStep)
     Open();
     Store(1);
     EXPECT_TRUE(IsWhole(BlockingLoad(0), 0));
-    RunCycles();
-    EXPECT_THAT(recorder.Lines,
-                ElementsAre("[LOD: 0, Thread: 00001, Chunk: 000]: Unloading chunk of type [BarData] with size 128 B",
-                            "[LOD: 0, Thread: 00001, Chunk: 000]: Hinted with flags [BarData]",
-                            "[LOD: 0, Thread: 00001, Chunk: 000]: Loaded chunk data of type [BarData] and size 128 B",
-                            "[LOD: 0, Thread: 00001, Chunk: 000]: Unloading chunk of type [BarData] with size 128 B"));
+    EXPECT_TRUE(IsAllUnloaded());
+    // The caller tells of a request when the thread may have served it already.
+    const std::string chunk = "[LOD: 0, Thread: 00001, Chunk: 000]: ";
+    EXPECT_THAT(recorder.Lines, testing::UnorderedElementsAre(chunk + "Unloading chunk of type [BarData] with size 128 B",
+                                                              chunk + "Hinted with flags [BarData]",
+                                                              chunk + "Loaded chunk data of type [BarData] and size 128 B",
+                                                              chunk + "Unloading chunk of type [BarData] with size 128 B"));
     EXPECT_EQ(recorder.Count, 0U);
     EXPECT_EQ(recorder.Memory, 0);
-    EXPECT_EQ(recorder.Pending, 0U);
+    EXPECT_LE(recorder.Pending, 1U);
 
     recorder.Lines.clear();
     const auto ready = mManager->LoadReadyThreadChunk({}, 0x20000003, Unload::Delayed, {});

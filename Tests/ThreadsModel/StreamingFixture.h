@@ -182,6 +182,15 @@ protected:
         }
     }
 
+    // Runs cycles until everything has gone. A load may still be on its way when those who wanted it have heard of it.
+    [[nodiscard]] bool IsAllUnloaded()
+    {
+        const auto isUnloaded = [this] { return mManager->GetChunkCount() == 0 && mManager->GetLoadedBytes() == 0; };
+        for (int i = 0; i < 10000 && !isUnloaded(); ++i)
+            RunCycles();
+        return isUnloaded();
+    }
+
     // Has the chunks that are being filled counted, which is done so often and no oftener.
     void CountChunks()
     {
