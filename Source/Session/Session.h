@@ -154,13 +154,14 @@ public:
     // before.
     [[nodiscard]] bool CreateModels(Utility::ErrorState& ioErrors);
 
-    // Begins a pass over all models, or over the given ones. REQUIRES: each is new and prepared, as CreateModels and Reprocess
-    // leave them; a model that another pass has begun to fill would hold its events twice.
+    // Begins a pass over all models, or over the given ones of this session. REQUIRES: each is new and prepared, as CreateModels
+    // and Reprocess leave them; a model that another pass has begun to fill would hold its events twice.
     [[nodiscard]] bool BeginProcessing(Utility::ErrorState& ioErrors);
     [[nodiscard]] bool BeginProcessing(const std::vector<Model*>& inModels, Utility::ErrorState& ioErrors);
 
     // The pass of a new capture: brings every stored event to the models and takes what it says of its thread. False if
-    // inIsCanceled became true, a model failed, or the events couldn't be read. REQUIRES: BeginProcessing gave true.
+    // inIsCanceled became true, a model failed, or the events couldn't be read. REQUIRES: BeginProcessing gave true, and the
+    // stream was flushed: events that wait for a chunk aren't seen.
     [[nodiscard]] bool ProcessEvents(Utility::ErrorState& ioErrors, const bool& inIsCanceled,
                                      const Utility::ProgressFunction& inProgress);
 
@@ -179,7 +180,8 @@ public:
     static void StopProcessing(const std::vector<Model*>& inModels);
 
     // Finds the broken stacks of the captured processes and loads what it found. False if a file couldn't be read or written, or
-    // inIsCanceled became true; a cancelled search has kept what it found until then.
+    // inIsCanceled became true; a cancelled search has kept what it found until then. Afterwards no model counts as built.
+    // REQUIRES: no pass runs, the stream was flushed, and after a false no pass is run before a search has come to its end.
     [[nodiscard]] bool BuildBrokenStackIndex(const RTTI::Registry& inRegistry, Utility::ErrorState& ioErrors,
                                              const bool& inIsCanceled, const Utility::ProgressFunction& inProgress);
 
@@ -198,7 +200,7 @@ public:
 
     // --- Shared model (SessionSharedModel.cpp) ---
 
-    // Null before CreateModels of a new session.
+    // Null before CreateModels of a new session, and while the plugins of a loaded one are asked for models if none is stored.
     [[nodiscard]] SharedModel* GetSharedModel() const { return mSharedModel.get(); }
 
     // The stored one; null, with the reason in ioErrors, if there is none that can be read.

@@ -34,7 +34,7 @@ bool Session::CreateModels(Utility::ErrorState& ioErrors)
     mModelsToReprocess.clear();
     mModelsOfPass.clear();
     mModelsToSave.clear();
-    mUnbuiltModels.clear();
+    mUnbuiltModels = {nullptr}; // whatever isn't made below is never built
     mModels.clear();
     mOwnedModels.clear();
     mSharedModel = std::make_unique<SharedModel>(*this);
@@ -173,7 +173,10 @@ bool Session::FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, 
     if (System::gIsCanceled(inIsCanceled))
         return true;
     for (Model* model : mModelsOfPass)
+    {
         std::erase(mUnbuiltModels, model);
+        std::erase(mModelsToReprocess, model);
+    }
     mModelsToSave.insert(mModelsToSave.end(), mModelsOfPass.begin(), mModelsOfPass.end());
     if (!mModelsOfPass.empty())
         mIsSharedModelSound = mUnbuiltModels.empty();

@@ -1,15 +1,16 @@
 // One thread at one level of detail: its chunks, and two cursors that say up to where they are complete.
 //
 // Moving a cursor is how finished chunks reach the disk. Threads: the table has a lock of its own. A cursor has one writer at a
-// time: the thread of the pass, or the one job that runs for the level and the thread. Ownership: the DetailLOD; never moved or
-// destroyed while the model lives. Invariant: it is bound before a cursor moves; cursors are the work of a pass, and stay 0 in a
-// model that was loaded.
+// time, the thread of the pass or the one job that runs for the level and the thread, and any thread may read it. Ownership: the
+// DetailLOD; never moved or destroyed while the model lives. Invariant: it is bound before a cursor moves; cursors are the work
+// of a pass, and stay 0 in a model that was loaded.
 #pragma once
 
 #include "RTTI/Declare.h"
 #include "Session/Events/TraceEvent.h"
 #include "ThreadsModel/Chunks/ChunkTable.h"
 
+#include <atomic>
 #include <cstdint>
 
 namespace Profiler
@@ -40,8 +41,8 @@ public:
     [[nodiscard]] const ChunkTable& GetChunkTable() const { return mChunkTable; }
 
     // Every chunk of bars and of functions, or every overview chunk, below the index is finished.
-    [[nodiscard]] int32_t GetCurrentDetailChunk() const { return mCurrentDetailChunkIndex; }
-    [[nodiscard]] int32_t GetCurrentOverviewChunk() const { return mCurrentOverviewChunkIndex; }
+    [[nodiscard]] int32_t GetCurrentDetailChunk() const { return mCurrentDetailChunkIndex.load(std::memory_order_relaxed); }
+    [[nodiscard]] int32_t GetCurrentOverviewChunk() const { return mCurrentOverviewChunkIndex.load(std::memory_order_relaxed); }
 
     // Hand the chunks from the old index up to, not including, the new one over to be saved; whoever fills them is done with
     // them. Moving backwards is a fault, and moves all the same.
@@ -53,8 +54,8 @@ private:
     const DetailLOD* mOwner = nullptr;
     ThreadID mThreadID = -1;
     ChunkTable mChunkTable;
-    int32_t mCurrentDetailChunkIndex = 0;
-    int32_t mCurrentOverviewChunkIndex = 0;
+    std::atomic<int32_t> mCurrentDetailChunkIndex = 0;
+    std::atomic<int32_t> mCurrentOverviewChunkIndex = 0;
 };
 
 } // namespace Profiler

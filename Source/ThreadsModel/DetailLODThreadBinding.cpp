@@ -4,8 +4,6 @@
 #include "ThreadsModel/ThreadStreamingManager.h"
 #include "Utility/Assert.h"
 
-#include <utility>
-
 namespace Profiler
 {
 
@@ -25,7 +23,7 @@ void DetailLODThread::MoveDetailCursor(int32_t inChunkIndex)
 {
     PROFILER_ASSERT_AT("ThreadsModel/DetailLODThread", inChunkIndex >= mCurrentDetailChunkIndex,
                        "Attempt to move the current detail chunk cursor backwards");
-    const int32_t oldIndex = std::exchange(mCurrentDetailChunkIndex, inChunkIndex);
+    const int32_t oldIndex = mCurrentDetailChunkIndex.exchange(inChunkIndex);
     if (oldIndex == inChunkIndex)
         return;
     mManager->MarkChunksFinished(*this, oldIndex, inChunkIndex, EChunkType::Bar);
@@ -36,7 +34,7 @@ void DetailLODThread::MoveOverviewCursor(int32_t inChunkIndex)
 {
     PROFILER_ASSERT_AT("ThreadsModel/DetailLODThread", inChunkIndex >= mCurrentOverviewChunkIndex,
                        "Attempt to move the current overview chunk cursor backwards");
-    const int32_t oldIndex = std::exchange(mCurrentOverviewChunkIndex, inChunkIndex);
+    const int32_t oldIndex = mCurrentOverviewChunkIndex.exchange(inChunkIndex);
     if (oldIndex != inChunkIndex)
         mManager->MarkChunksFinished(*this, oldIndex, inChunkIndex, EChunkType::Overview);
 }

@@ -32,7 +32,7 @@ public:
         if (!mIsDone)
         {
             mManager.FailLoad(*mRequest);
-            mManager.ReturnLoadSlot(mSlot);
+            End();
         }
     }
 
@@ -61,11 +61,18 @@ public:
             mManager.AddLoadError(*mRequest, reason);
             mManager.FailLoad(*mRequest);
         }
+        End();
+    }
+
+private:
+    // What callbacks hold goes first: with the slot, the manager loses sight of the job, and may be gone before it.
+    void End()
+    {
+        mRequest->Callbacks.clear();
         mIsDone = true;
         mManager.ReturnLoadSlot(mSlot);
     }
 
-private:
     ThreadStreamingManager& mManager;
     std::unique_ptr<ChunkLoadRequest> mRequest;
     size_t mSlot;

@@ -272,9 +272,9 @@ EChunkRequestResult ThreadStreamingManager::GetOrCreateChunk(const DetailLODThre
         CheckInProgress(inDetailLODThread, inChunkDescription, inChunkType, *entry);
     else
     {
-        TakeFromLoad(refCountedChunk);
         refCountedChunk.mChunk = gCreateChunk(inChunkType);
         mInProgressChunks[chunkKey] = refCountedChunk.mChunk.get();
+        TakeFromLoad(refCountedChunk);
     }
     outHandle = ChunkHandle(*this, chunkKey, inUnloadMode, refCountedChunk.mChunk.get());
     return EChunkRequestResult::Done;
@@ -303,9 +303,10 @@ void ThreadStreamingManager::TakeFromLoad(RefCountedChunk& ioEntry)
     ioEntry.mHasFailed = false;
     if (ioEntry.mLoadRequest == nullptr)
         return;
-    for (const ChunkCallback& callback : std::exchange(ioEntry.mLoadRequest->Callbacks, {}))
-        callback(nullptr);
+    const std::vector<ChunkCallback> callbacks = std::exchange(ioEntry.mLoadRequest->Callbacks, {});
     ioEntry.mLoadRequest = nullptr;
+    for (const ChunkCallback& callback : callbacks)
+        callback(nullptr);
     WakeHelpers();
 }
 

@@ -27,7 +27,7 @@ protected:
         return DebugFileFinder({mScratch.At("root")}).Find(mModule, BuildID(), {"libplain.debug", checksum});
     }
 
-    const ScratchFolder mScratch;
+    const ScratchFolder mScratch{};
     const std::string mModule = mScratch.Copy(sFixtureFolder + "/linked/libplain.so", "lib/libplain.so");
 };
 

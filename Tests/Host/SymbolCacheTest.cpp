@@ -22,7 +22,7 @@ protected:
         return Load(inPath, inID).Result;
     }
 
-    const ScratchFolder mScratch;
+    const ScratchFolder mScratch{};
     const std::string mFull = sFixtureFolder + "/libfull.so";
     const std::string mStripped = sFixtureFolder + "/libstripped.so";
     SymbolCache mCache{DebugFileFinder({mScratch.At("roots")})};
