@@ -1,4 +1,5 @@
 // Writing a session.
+#include "FileSystem/File.h"
 #include "Serialization/BinaryWriter.h"
 #include "Session/Pass/Model.h"
 #include "Session/Session.h"
@@ -14,6 +15,8 @@ bool Session::SaveSession(Utility::ErrorState& ioErrors)
     // A pass that was broken off has left nothing that could be trusted, and without a shared model stored models aren't either.
     if (mIsSharedModelSound && !(SaveSharedModel(ioErrors) && SaveModels(ioErrors)))
         return false;
+    // Whoever saves a session ahead of any pass may be the first to write; what can't be made is told by the first file.
+    static_cast<void>(FileSystem::gCreateDirectories(GetDirectory()));
     return mEventStream->FlushStream(ioErrors) && SaveCallstacks(ioErrors) && SaveSessionFile(ioErrors);
 }
 

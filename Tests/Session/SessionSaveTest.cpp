@@ -156,6 +156,9 @@ TEST_F(SessionSaveTest, ModelsThatWaitForTheirRebuildAreNotTrustedWithNewRanges)
 TEST_F(SessionSaveTest, ANewSessionMakesItsFolders)
 {
     Remove("");
+    EXPECT_TRUE(GetSession().SaveSession(mErrors)) << "ahead of any pass";
+    EXPECT_NE(Load(), nullptr) << Utility::GetErrorText(mLoadErrors);
+    Remove("");
     EXPECT_EQ(RunPass(), "") << Utility::GetErrorText(mErrors);
     EXPECT_NE(Load(), nullptr) << Utility::GetErrorText(mLoadErrors);
 }
