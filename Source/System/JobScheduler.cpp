@@ -58,6 +58,15 @@ JobScheduler::~JobScheduler()
     StopWorkers();
     // What nobody took any more still gets its two events.
     CancelJobs(GetAllJobs());
+    // What the last callbacks scheduled goes while the table still stands, as closures may ask for it at their end.
+    std::unordered_map<uint32_t, ActiveJob> left;
+    do
+    {
+        left.clear();
+        const MutexLock lock(mMutex);
+        mPending.clear();
+        left.swap(mActive);
+    } while (!left.empty());
 }
 
 void JobScheduler::StartWorkers(uint32_t inThreadCount)
