@@ -186,7 +186,8 @@ public:
                                              const bool& inIsCanceled, const Utility::ProgressFunction& inProgress);
 
     // Writes everything of the session: shared model, models of the last pass, events, stacks, and the session file last. A model
-    // is written once after a pass; one that was loaded, or that the last pass didn't build, stays on disk as it is.
+    // is written once after a pass; one that was loaded, or that the last pass didn't build, stays on disk as it is. Shared model
+    // and models wait until every model of the session is built: no stored one could be trusted before.
     [[nodiscard]] bool SaveSession(Utility::ErrorState& ioErrors);
 
     // In the order of their plugins.
@@ -195,7 +196,7 @@ public:
     // The first model whose plugin has this identifier, null if there is none.
     [[nodiscard]] Model* GetModel(const Utility::GUID& inPluginID) const;
 
-    // The models that the next Reprocess is to rebuild.
+    // The models that the next Reprocess is to rebuild; a pass that builds one takes it off.
     [[nodiscard]] const std::vector<Model*>& GetModelsToReprocess() const { return mModelsToReprocess; }
 
     // --- Shared model (SessionSharedModel.cpp) ---

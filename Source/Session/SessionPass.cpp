@@ -61,17 +61,17 @@ bool Session::BeginProcessing(Utility::ErrorState& ioErrors)
 bool Session::BeginProcessing(const std::vector<Model*>& inModels, Utility::ErrorState& ioErrors)
 {
     mDispatcher.reset(); // of a pass that failed
-    // A pass starts with an empty shared model; one without models leaves that of the pass before, and all that it has to save.
-    if (!inModels.empty() || mSharedModel == nullptr)
-    {
+    if (mSharedModel == nullptr)
         mSharedModel = std::make_unique<SharedModel>(*this);
-        mIsSharedModelSound = false;
-    }
+    // A pass starts with an empty shared model. One for no model of several leaves that of the pass before, and all that it has
+    // to save: what it sees of fibers mustn't be added to what is known of them already.
+    const bool isForShared = !inModels.empty() || mModels.empty();
+    mUnkeptFibers = std::make_unique<OpenBarProcessorFiberState>();
+    OpenBarProcessorFiberState& fibers = isForShared ? mSharedModel->GetFiberState() : *mUnkeptFibers;
+    fibers = OpenBarProcessorFiberState();
+    mIsSharedModelSound = mIsSharedModelSound && !isForShared;
     MarkUnbuilt(inModels);
     mModelsOfPass = inModels;
-    // What a pass for no model sees of fibers mustn't be added to what the kept shared model knows of them already.
-    mUnkeptFibers = std::make_unique<OpenBarProcessorFiberState>();
-    OpenBarProcessorFiberState& fibers = inModels.empty() ? *mUnkeptFibers : mSharedModel->GetFiberState();
     mDispatcher = std::make_unique<EventDispatcher>(*this, fibers, mBrokenStacks, inModels);
     return mDispatcher->BeginProcessing(ioErrors);
 }
@@ -178,7 +178,7 @@ bool Session::FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, 
         std::erase(mModelsToReprocess, model);
     }
     mModelsToSave.insert(mModelsToSave.end(), mModelsOfPass.begin(), mModelsOfPass.end());
-    if (!mModelsOfPass.empty())
+    if (!mModelsOfPass.empty() || mModels.empty())
         mIsSharedModelSound = mUnbuiltModels.empty();
     return SaveSession(ioErrors);
 }
