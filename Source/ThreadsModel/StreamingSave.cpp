@@ -158,9 +158,11 @@ bool ThreadStreamingManager::WriteBatch(std::span<const System::JobHandle> inJob
         mScheduler.WaitForJobs(inJobs[group]);
         const ChunkSaveSlot& slot = mSaveSlots[group];
         uint64_t base = 0;
-        if (slot.HasFailed || !mOptions.ThreadsFile->Append(slot.Compressed, base))
+        // A job that was cancelled has left chunks of its group out.
+        const bool isCompressed = !slot.HasFailed && slot.Layouts.size() == slot.Group.size();
+        if (!isCompressed || !mOptions.ThreadsFile->Append(slot.Compressed, base))
         {
-            AddSaveError(slot.HasFailed ? ENOMEM : mOptions.ThreadsFile->GetError());
+            AddSaveError(slot.HasFailed ? ENOMEM : !isCompressed ? ECANCELED : mOptions.ThreadsFile->GetError());
             return false;
         }
         for (size_t i = 0; i < slot.Group.size(); ++i)

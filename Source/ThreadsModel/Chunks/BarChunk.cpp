@@ -251,7 +251,7 @@ bool BarChunk::ReadRow(Utility::ByteCursor& ioCursor, size_t inDepth)
     {
         Bar* bar = new (bars + i) Bar;
         gUnpackBar(packed, *bar);
-        isSound &= inDepth == 0 || bar->ParentIndex < numParents;
+        isSound &= inDepth == 0 ? bar->ParentIndex == Bar::sNoParent : bar->ParentIndex < numParents;
         row.push_back(bar);
     }
     if (count >= sFewBars)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <span>
 
@@ -16,13 +17,13 @@ constexpr float sBlockGrowth = 1.5F;
 // A chunk that was read gets all its memory at once.
 constexpr float sNoGrowth = 1.0F;
 
+// Ascending, none of them twice, and such as index arrays of times.
 bool gAreTimed(std::span<const ThreadState> inStates)
 {
-    return std::all_of(inStates.begin(), inStates.end(),
-                       [](ThreadState inState) { return static_cast<int>(inState) < sNumTimedThreadStates; });
+    return std::adjacent_find(inStates.begin(), inStates.end(), std::greater_equal<>()) == inStates.end() &&
+           static_cast<int>(inStates.back()) < sNumTimedThreadStates;
 }
 
-// States of a record index arrays of times, so none may lie outside of them.
 bool gIsSound(const OverviewChunk::EntryReference& inEntry)
 {
     switch (inEntry.Type)

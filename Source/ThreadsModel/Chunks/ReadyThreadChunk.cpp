@@ -67,11 +67,15 @@ bool ReadyThreadChunk::Deserialize(Utility::ByteCursor& ioCursor)
     if (count > sMaxRecords || ioCursor.GetRemaining() != count * (sizeof(uint16_t) + sPackedRecordSize))
         return false;
     mTimeIndex.resize(count);
+    // Every record once.
+    std::vector<bool> isIndexed(count);
     bool isSound = true;
     for (uint16_t& position : mTimeIndex)
     {
         position = ioCursor.Read<uint16_t>();
-        isSound = isSound && position < count;
+        isSound = isSound && position < count && !isIndexed[position];
+        if (isSound)
+            isIndexed[position] = true;
     }
     mRecords.resize(count);
     for (ReadyRecord& record : mRecords)
