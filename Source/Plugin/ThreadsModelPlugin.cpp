@@ -41,7 +41,7 @@ std::unique_ptr<Model> ThreadsModelPlugin::CreateModel(Session& inSession)
 std::unique_ptr<Model> ThreadsModelPlugin::LoadModel(Session& inSession)
 {
     Serialization::ReaderErrorState errors;
-    std::unique_ptr<ThreadsModel> model;
+    std::unique_ptr<Model> model;
     if (ThreadsModel::sLoad(*this, inSession, model, errors))
         return model;
     Utility::gLog("Error loading threads model: %s", Utility::GetErrorText(errors).c_str());

@@ -49,7 +49,7 @@ void gRegisterSerializationTypes(RTTI::Registry& ioRegistry)
 
 void gRegisterTimelineTypes(RTTI::Registry& ioRegistry)
 {
-    gRegisterAll<ThreadsModel, DetailLOD, DetailLODThread, ChunkTable, ChunkDescription, ChunkLayout>(ioRegistry);
+    gRegisterAll<ThreadsModel, ThreadData, DetailLOD, DetailLODThread, ChunkTable, ChunkDescription, ChunkLayout>(ioRegistry);
 }
 
 } // namespace

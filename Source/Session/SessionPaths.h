@@ -12,8 +12,9 @@ namespace Profiler
 // Of a session file's path without the point, in lower case.
 inline constexpr const char* sSessionExtension = "session";
 
-// Below the session folder: what the pass stores for several models, and what a viewer stores.
+// Below the session folder: what a pass stores for several models, the timeline, and what a viewer stores.
 inline constexpr const char* sSharedFolder = "Shared";
+inline constexpr const char* sThreadsFolder = "Threads";
 inline constexpr const char* sViewStateFolder = "ViewState";
 
 // The directory of a file; "/" for a file directly below it.

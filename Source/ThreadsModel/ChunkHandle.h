@@ -34,6 +34,9 @@ public:
     // Null in an empty handle, for a chunk that wasn't in memory when it was asked for, and for one that can't be loaded.
     [[nodiscard]] Chunk* GetChunk() const { return mChunk; }
 
+    // Of the stretch of time. REQUIRES: the handle isn't empty, nor that of a ready-thread chunk.
+    [[nodiscard]] int32_t GetChunkIndex() const { return mKey.mChunkIndex; }
+
 private:
     friend class ThreadStreamingManager;
 

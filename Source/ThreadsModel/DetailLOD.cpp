@@ -2,6 +2,9 @@
 
 #include "Session/Pass/ChunkTime.h"
 
+#include <algorithm>
+#include <cmath>
+
 RTTI_ENUM_BEGIN(Profiler::DetailLOD::EMode)
     RTTI_VALUE("Uncompressed", Profiler::DetailLOD::EMode::Uncompressed)
     RTTI_VALUE("Compressed", Profiler::DetailLOD::EMode::Compressed)
@@ -51,6 +54,14 @@ DetailLODThread* DetailLOD::GetThread(ThreadID inThreadID) const
 {
     const auto found = mThreads.find(inThreadID);
     return found != mThreads.end() ? found->second.get() : nullptr;
+}
+
+bool DetailLOD::IsSound() const
+{
+    return std::isfinite(mThreshold) && std::isfinite(mChunkLength) && mChunkLength >= 1.0F &&
+           std::all_of(mThreads.begin(), mThreads.end(),
+                       [](const auto& inEntry)
+                       { return inEntry.second == nullptr || inEntry.second->GetChunkTable().IsInOrder(); });
 }
 
 void DetailLOD::BindThreads(ThreadStreamingManager& ioManager)

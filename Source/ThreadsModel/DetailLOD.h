@@ -8,8 +8,8 @@
 #include "RTTI/Declare.h"
 #include "Session/Events/TraceEvent.h"
 #include "ThreadsModel/DetailLODThread.h"
+#include "ThreadsModel/LODThresholds.h"
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -57,6 +57,9 @@ public:
     // Null for a thread that was never seen.
     [[nodiscard]] DetailLODThread* GetThread(ThreadID inThreadID) const;
 
+    // Whether what was read makes sense: a length that times can be divided by, and chunks in order.
+    [[nodiscard]] bool IsSound() const;
+
     // To be called once after a level was read, before anything else.
     void BindThreads(ThreadStreamingManager& ioManager);
 
@@ -70,9 +73,6 @@ private:
 };
 
 using DetailLODList = std::vector<std::unique_ptr<DetailLOD>>; // by level
-
-// Milliseconds, by level.
-inline constexpr std::array<float, 9> sLODThresholds = {0.0F, 0.0316F, 0.1F, 0.316F, 1.0F, 3.16F, 10.0F, 100.0F, 1000.0F};
 
 // The levels of a new model.
 [[nodiscard]] DetailLODList gMakeDetailLODs(Session& inSession);

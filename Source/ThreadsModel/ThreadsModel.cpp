@@ -1,35 +1,28 @@
+// What every use of a timeline needs.
 #include "ThreadsModel/ThreadsModel.h"
 
-#include "FileSystem/File.h"
 #include "FileSystem/Path.h"
 #include "Session/Session.h"
-#include "Utility/Log.h"
+#include "Session/SessionPaths.h"
+
+RTTI_BEGIN(Profiler::ThreadData, 1)
+    RTTI_PROPERTY("MaxStackDepth", MaxStackDepth)
+    RTTI_PROPERTY("TotalTime", TotalTime)
+    RTTI_PROPERTY("StateTimes", StateTimes)
+RTTI_END()
 
 RTTI_BEGIN(Profiler::ThreadsModel, 43)
     RTTI_BASE(Profiler::Model)
+    RTTI_PROPERTY_AS("ThreadData", mThreadData, "Map_Profiler::ThreadID_To_Profiler::ThreadData")
+    RTTI_PROPERTY_AS("ThreadDetailLODs", mThreadDetailLODs, "Array_std::unique_ptr<Profiler::DetailLOD>")
 RTTI_END()
 
 namespace Profiler
 {
 
-ThreadsModel::ThreadsModel(ModelPlugin& inPlugin, Session& inSession)
-    : Model(inPlugin, inSession),
-      mThreadDetailLODs(gMakeDetailLODs(inSession))
+std::string ThreadsModel::sGetPath(const Session& inSession, const char* inFileName)
 {
-    Utility::gLog("The threads model records no timeline in this version");
-}
-
-bool ThreadsModel::sLoad(ModelPlugin&, Session& inSession, std::unique_ptr<ThreadsModel>&,
-                         Serialization::ReaderErrorState& ioErrors)
-{
-    using Serialization::EReaderError;
-    const std::string path = FileSystem::gCombinePath(FileSystem::gCombinePath(inSession.GetDirectory(), "Threads"), "Model.dat");
-    const Utility::ErrorContextScope context(&ioErrors, path);
-    if (!Utility::Check(ioErrors, FileSystem::gExists(path), static_cast<uint32_t>(EReaderError::FileNotFound),
-                        "Unable to open file"))
-        return false;
-    ioErrors.AddError(static_cast<uint32_t>(EReaderError::Incompatible), "This version records no timeline and can't read one");
-    return false;
+    return FileSystem::gCombinePath(FileSystem::gCombinePath(inSession.GetDirectory(), sThreadsFolder), inFileName);
 }
 
 const RTTI::Type& ThreadsModel::GetType() const
@@ -37,41 +30,17 @@ const RTTI::Type& ThreadsModel::GetType() const
     return RTTI::gTypeOf<ThreadsModel>();
 }
 
-ThreadProcessingState* ThreadsModel::CreateThreadProcessingState(OpenBarProcessor&)
+const ThreadData* ThreadsModel::FindThreadData(ThreadID inThread) const
 {
-    return nullptr;
+    const auto found = mThreadData.find(inThread);
+    return found != mThreadData.end() ? &found->second : nullptr;
 }
 
-bool ThreadsModel::FinishThread(OpenBarProcessor&, Utility::ErrorState&)
+LeftOutCounts ThreadsModel::GetLeftOutCounts() const
 {
-    return true;
-}
-
-bool ThreadsModel::ProcessEvent(const TraceEvent&, ThreadProcessingState*, Utility::ErrorState&)
-{
-    return true;
-}
-
-bool ThreadsModel::BeginProcessing(Utility::ErrorState&)
-{
-    return true;
-}
-
-void ThreadsModel::StopProcessing() {}
-
-bool ThreadsModel::FinishProcessing(Utility::ErrorState&, const bool&)
-{
-    return true;
-}
-
-bool ThreadsModel::PrepareReprocess(Utility::ErrorState&)
-{
-    return true;
-}
-
-bool ThreadsModel::SaveModel(Utility::ErrorState&)
-{
-    return true;
+    LeftOutCounts counts = mLeftOut;
+    counts.MergedBars = mNumLeftOutMergedBars.load();
+    return counts;
 }
 
 } // namespace Profiler

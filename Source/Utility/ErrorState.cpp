@@ -10,6 +10,11 @@ void ErrorList::AddError(uint32_t inCode, std::string inText)
     mEntries.push_back({inCode, mContexts.empty() ? std::string() : mContexts.back(), std::move(inText)});
 }
 
+void ErrorList::AddEntries(const ErrorList& inOther)
+{
+    mEntries.insert(mEntries.end(), inOther.mEntries.begin(), inOther.mEntries.end());
+}
+
 ErrorContextScope::ErrorContextScope(ErrorList* inState, std::string inText) : mState(inState)
 {
     if (mState != nullptr)

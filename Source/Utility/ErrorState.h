@@ -30,6 +30,9 @@ public:
     // Appends one entry with the innermost open context.
     void AddError(uint32_t inCode, std::string inText);
 
+    // Appends copies of another list's entries as they stand, contexts included. REQUIRES: not of this list.
+    void AddEntries(const ErrorList& inOther);
+
     const std::vector<ErrorEntry>& GetEntries() const { return mEntries; }
 
 protected:

@@ -185,7 +185,7 @@ std::unique_ptr<Model> FakeModelPlugin::LoadModel(Session& inSession)
 
 // --- The world ---
 
-SessionFixture::SessionFixture(const std::string& inPath)
+SessionFixture::SessionFixture(const std::string& inPath, uint32_t inNumWorkers) : mScheduler(inNumWorkers)
 {
     auto info = std::make_unique<SessionInfo>();
     info->SampleIntervalMs = sTestSampleInterval;

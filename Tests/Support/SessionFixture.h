@@ -180,8 +180,8 @@ private:
 class SessionFixture
 {
 public:
-    // inPath is that of the session file, for tests that store it.
-    explicit SessionFixture(const std::string& inPath = "capture/capture.session");
+    // inPath is that of the session file, for tests that store it. Without workers, jobs run on threads that wait for them.
+    explicit SessionFixture(const std::string& inPath = "capture/capture.session", uint32_t inNumWorkers = 0);
     ~SessionFixture();
 
     SessionFixture(const SessionFixture&) = delete;
@@ -254,7 +254,7 @@ private:
     [[nodiscard]] Profiler::ThreadID GetThreadID(const std::string& inName) const;
     [[nodiscard]] std::string PrintBarName(const Profiler::OpenBar& inBar);
 
-    System::JobScheduler mScheduler{0};
+    System::JobScheduler mScheduler;
     Profiler::PluginManagerCommon mPluginManager;
     FakePluginManagerFrontEnd mFrontEnd;
     std::unique_ptr<Profiler::Session> mSession;

@@ -14,6 +14,8 @@ namespace
 {
 
 constexpr size_t sFirstBlockSize = 4096;
+// A bar that spans a hundred thousand chunks of a level needs as many, with one bar each.
+constexpr size_t sFirstPiece = 256;
 constexpr float sBlockGrowth = 1.5F;
 
 // A chunk that was read gets all its memory at once.
@@ -71,7 +73,7 @@ const Bar* gFindLastNotAfter(const BarChunk::Row& inRow, std::span<const double>
 
 } // namespace
 
-BarChunk::BarChunk() : mArena(std::make_unique<ChunkArena>(sFirstBlockSize, false, sBlockGrowth)) {}
+BarChunk::BarChunk() : mArena(std::make_unique<ChunkArena>(sFirstBlockSize, false, sBlockGrowth, sFirstPiece)) {}
 
 Bar* BarChunk::AddBar(int32_t inDepth, uint32_t inParentIndex, uint64_t inAddress, ResolveIndex inResolveIndex, uint32_t inCarry,
                       uint64_t& outIndex, double inStart, double inEnd)

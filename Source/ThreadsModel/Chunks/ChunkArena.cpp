@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 namespace Profiler
 {
@@ -17,16 +18,26 @@ ChunkArena::Block gMakeBlock(size_t inSize)
 
 } // namespace
 
-ChunkArena::ChunkArena(size_t inFirstBlockSize, bool inZeroFill, float inGrowth) : mGrowth(inGrowth), mZeroFill(inZeroFill)
+ChunkArena::ChunkArena(size_t inFirstBlockSize, bool inZeroFill, float inGrowth, size_t inFirstPiece)
+    : mGrowth(inGrowth),
+      mZeroFill(inZeroFill),
+      mSecondPiece(inFirstBlockSize - inFirstPiece),
+      mLastSize(inFirstBlockSize)
 {
-    mBlocks.push_back(gMakeBlock(inFirstBlockSize));
+    mBlocks.push_back(gMakeBlock(inFirstPiece));
 }
 
 // No more than a piece that is larger than the growth allows makes a block larger.
 ChunkArena::Block& ChunkArena::AddBlock(size_t inSize)
 {
-    const float grown = std::ceil(static_cast<float>(mBlocks.back().Size) * mGrowth);
-    mBlocks.push_back(gMakeBlock(std::max(static_cast<size_t>(grown), inSize)));
+    if (const size_t piece = std::exchange(mSecondPiece, 0); piece >= inSize && piece != 0)
+    {
+        mBlocks.push_back(gMakeBlock(piece));
+        return mBlocks.back();
+    }
+    const float grown = std::ceil(static_cast<float>(mLastSize) * mGrowth);
+    mLastSize = std::max(static_cast<size_t>(grown), inSize);
+    mBlocks.push_back(gMakeBlock(mLastSize));
     return mBlocks.back();
 }
 

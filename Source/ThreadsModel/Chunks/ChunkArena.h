@@ -24,7 +24,12 @@ public:
     };
 
     // inZeroFill: whether what is handed out is zero. inGrowth: the size of a new block over that of the block before.
-    ChunkArena(size_t inFirstBlockSize, bool inZeroFill, float inGrowth);
+    ChunkArena(size_t inFirstBlockSize, bool inZeroFill, float inGrowth)
+        : ChunkArena(inFirstBlockSize, inZeroFill, inGrowth, inFirstBlockSize)
+    {
+    }
+    // The same, with the first block cut in two, of which the second is only made when it is needed: for many small chunks.
+    ChunkArena(size_t inFirstBlockSize, bool inZeroFill, float inGrowth, size_t inFirstPiece);
 
     // The next inSize bytes, aligned for any record if all sizes are multiples of 8.
     [[nodiscard]] void* Allocate(size_t inSize)
@@ -52,6 +57,8 @@ private:
 
     float mGrowth;
     bool mZeroFill;
+    size_t mSecondPiece;        // of the first block, until it is made
+    size_t mLastSize;           // of a block, from which the next one's follows
     std::vector<Block> mBlocks; // never empty; the last one is the one in use
     std::atomic<uint64_t> mTotal = 0;
 };

@@ -123,6 +123,14 @@ ChunkTable::DescriptionList ChunkTable::GetChunksInRange(uint8_t inMask, float i
     return chunks;
 }
 
+bool ChunkTable::IsInOrder() const
+{
+    const System::MutexLock lock(mMutex);
+    return std::adjacent_find(mChunks.begin(), mChunks.end(),
+                              [](const ChunkDescription& inOne, const ChunkDescription& inNext)
+                              { return inOne.mIndex >= inNext.mIndex; }) == mChunks.end();
+}
+
 size_t ChunkTable::GetChunkCount() const
 {
     const MutexLock lock(mMutex);

@@ -46,6 +46,9 @@ public:
 
     [[nodiscard]] size_t GetChunkCount() const;
 
+    // Whether the invariant holds, which a table that was read may break.
+    [[nodiscard]] bool IsInOrder() const;
+
     // Index of the last chunk, sNoIndex if there is none. Takes no lock: only for the thread that adds chunks, since layouts are
     // all that other threads change.
     [[nodiscard]] int32_t GetLastIndex() const NO_THREAD_SAFETY_ANALYSIS;

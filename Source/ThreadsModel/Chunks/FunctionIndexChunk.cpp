@@ -1,5 +1,8 @@
 #include "ThreadsModel/Chunks/FunctionIndexChunk.h"
 
+#include "System/Job.h"
+#include "ThreadsModel/Chunks/BarTree.h"
+
 namespace Profiler
 {
 namespace
@@ -11,6 +14,18 @@ constexpr size_t sEntrySize = sizeof(uint32_t) + sizeof(uint64_t);
 constexpr size_t sFunctionSize = 2 * sizeof(uint64_t) + sizeof(uint32_t);
 
 } // namespace
+
+void FunctionIndexChunk::Build(const std::vector<BarChunk::Row>& inRows, const bool& inIsCanceled)
+{
+    gWalkBarTree(
+        inRows, [&] { return System::gIsCanceled(inIsCanceled); },
+        [&](size_t inDepth, size_t inIndex)
+        {
+            const Bar& bar = *inRows[inDepth][inIndex];
+            mFunctions[{bar.Address, bar.ResolveIndex}].push_back({static_cast<uint32_t>(inDepth), inIndex});
+        },
+        [](size_t, size_t) {});
+}
 
 void FunctionIndexChunk::Serialize(Utility::ByteBuffer& ioBuffer)
 {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "Session/Modules/ResolvedAddress.h"
+#include "ThreadsModel/Chunks/BarChunk.h"
 #include "ThreadsModel/Chunks/Chunk.h"
 
 #include <atomic>
@@ -49,6 +50,9 @@ public:
 
     // Bytes of the form on disk, 0 until the chunk was written or read.
     [[nodiscard]] uint64_t GetSize() const override { return mSerializedSize.load(std::memory_order_relaxed); }
+
+    // Enters every bar of a BarChunk with these rows; ends early when inIsCanceled becomes true.
+    void Build(const std::vector<BarChunk::Row>& inRows, const bool& inIsCanceled);
 
     [[nodiscard]] FunctionTable& GetFunctions() { return mFunctions; }
     [[nodiscard]] const FunctionTable& GetFunctions() const { return mFunctions; }
