@@ -1,6 +1,7 @@
 // The thread of the streaming manager: its start and stop, and the cycle of its work.
 #include "System/Thread.h"
 #include "ThreadsModel/ThreadStreamingManager.h"
+#include "Utility/Log.h"
 
 #include <chrono>
 #include <system_error>
@@ -125,7 +126,7 @@ void ThreadStreamingManager::RunStreamingThread()
         if (TakeSavePending() || isTimeout)
             SaveStage(false);
         ServeFlush();
-        ScheduleUnload(unloadJob);
+        ScheduleUnload(unloadJob, isTimeout);
     }
     mScheduler.CancelJobsAndWait(unloadJob);
 }
@@ -207,16 +208,17 @@ bool ThreadStreamingManager::FlushChunks(Utility::ErrorState& ioErrors)
     return false;
 }
 
-void ThreadStreamingManager::ScheduleUnload(System::JobHandle& ioUnloadJob)
+void ThreadStreamingManager::ScheduleUnload(System::JobHandle& ioUnloadJob, bool inIsIdle)
 {
     if (ioUnloadJob.IsValid())
         mScheduler.WaitForJobs(ioUnloadJob);
     System::JobDescription job;
-    job.Work = [this](System::Job&, const bool&) { RunUnload(); };
+    job.Work = [this, inIsIdle](System::Job&, const bool&) { RunUnload(inIsIdle); };
     ioUnloadJob = mScheduler.ScheduleJob(std::move(job));
 }
 
-void ThreadStreamingManager::RunUnload()
+// inIsIdle: nothing was asked of the thread for a whole cycle's time.
+void ThreadStreamingManager::RunUnload(bool inIsIdle)
 {
     mOwesWakeUp = TryUnloadChunks() || mOwesWakeUp;
     const double now = mOptions.GetSeconds();
@@ -234,6 +236,25 @@ void ThreadStreamingManager::RunUnload()
         }
         mMemoryCondition.NotifyAll();
     }
+    if (inIsIdle && IsMemoryExhausted())
+        RaiseBudget();
+}
+
+// Only writers could make room, by finishing chunks, and they wait themselves: many threads with much in hand need more than the
+// budget, and would wait for ever.
+void ThreadStreamingManager::RaiseBudget()
+{
+    constexpr int64_t partsOfBudget = 8;
+    const int64_t raised = mLoadedBytes.load() + mInProgressBytes.load() + mOptions.MemoryBudget / partsOfBudget + 1;
+    {
+        const RecursiveMutexLock lock(mMutex);
+        if (mNumAllocators == 0)
+            return;
+        mMemoryBudget.store(raised);
+        mMemoryCondition.NotifyAll();
+    }
+    Utility::gLog("Chunks that are being filled take more memory than they should: the budget is %lld bytes now",
+                  static_cast<long long>(raised));
 }
 
 } // namespace Profiler

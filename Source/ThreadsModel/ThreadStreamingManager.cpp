@@ -83,7 +83,8 @@ ThreadStreamingManager::ThreadStreamingManager(std::string inThreadsPath, std::s
     : mThreadsPath(std::move(inThreadsPath)),
       mReadyThreadsPath(std::move(inReadyThreadsPath)),
       mScheduler(inScheduler),
-      mOptions(std::move(inOptions))
+      mOptions(std::move(inOptions)),
+      mMemoryBudget(mOptions.MemoryBudget)
 {
     for (size_t slot = 0; slot < sNumSlots; ++slot)
         mFreeLoadSlots.push_back(slot);
@@ -261,7 +262,11 @@ EChunkRequestResult ThreadStreamingManager::GetOrCreateChunk(const DetailLODThre
 
     // When chunks can't be saved they stay in memory for good: whoever waits would never get to see the error.
     while (IsMemoryExhausted() && !mAbortAllocations && !HasSaveErrors())
+    {
+        ++mNumAllocators;
         mMemoryCondition.Wait(mMutex);
+        --mNumAllocators;
+    }
     if (mAbortAllocations)
         return EChunkRequestResult::Aborted;
 
@@ -312,7 +317,7 @@ void ThreadStreamingManager::TakeFromLoad(RefCountedChunk& ioEntry)
 
 bool ThreadStreamingManager::IsMemoryExhausted() const
 {
-    return mLoadedBytes.load() + mInProgressBytes.load() >= mOptions.MemoryBudget;
+    return mLoadedBytes.load() + mInProgressBytes.load() >= mMemoryBudget.load();
 }
 
 void ThreadStreamingManager::MarkChunksFinished(const DetailLODThread& inDetailLODThread, int32_t inFirst, int32_t inEnd,

@@ -124,7 +124,8 @@ public:
     // Chunks of a pass
 
     // A chunk to fill: the one that is there, or a new one, for which it waits while the budget is exhausted. A chunk that is on
-    // disk, or was handed over, mustn't be asked for.
+    // disk, or was handed over, mustn't be asked for. The budget grows when waiting is in vain: when chunks that are being
+    // filled, or held, take all of it, and nothing else happens.
     template <class T>
     [[nodiscard]] EChunkRequestResult GetOrCreateChunk(const DetailLODThread& inDetailLODThread,
                                                        const ChunkDescription& inChunkDescription, EChunkUnloadMode inUnloadMode,
@@ -206,8 +207,9 @@ private:
     [[nodiscard]] bool WaitForWork(std::vector<std::unique_ptr<ChunkLoadRequest>>& outRequests, bool& outIsTimeout);
     [[nodiscard]] bool TakeSavePending();
     void ServeFlush();
-    void ScheduleUnload(System::JobHandle& ioUnloadJob);
-    void RunUnload();
+    void ScheduleUnload(System::JobHandle& ioUnloadJob, bool inIsIdle);
+    void RunUnload(bool inIsIdle);
+    void RaiseBudget();
 
     // Loading
     void LoadChunk(std::unique_ptr<ChunkLoadRequest> inRequest);
@@ -249,6 +251,7 @@ private:
     const Options mOptions;
 
     // Have their own synchronization
+    std::atomic<int64_t> mMemoryBudget;
     std::atomic<int64_t> mLoadedBytes = 0;
     std::atomic<int64_t> mInProgressBytes = 0;
     std::atomic<uint32_t> mPendingLoadCount = 0;
@@ -262,6 +265,7 @@ private:
     System::RecursiveConditionVariable mThreadCondition;    // there is work for the streaming thread
     System::RecursiveConditionVariable mReadBlockCondition; // a request got its job, or failed
     uint32_t mNumHelpers GUARDED_BY(mMutex) = 0;            // threads that wait for the last of these
+    uint32_t mNumAllocators GUARDED_BY(mMutex) = 0;         // threads that wait for the first of these
     ChunkMap mChunkMap GUARDED_BY(mMutex);
     ChunkPointerMap mInProgressChunks GUARDED_BY(mMutex);
     ChunkPointerMap mChunksToSave GUARDED_BY(mMutex);

@@ -71,6 +71,19 @@ TEST_F(ChunkCacheTest, ADelayedReleaseOutlastsImmediateOnes)
     EXPECT_TRUE(IsAllUnloaded());
 }
 
+// Nobody but the writers could make room.
+TEST_F(ChunkCacheTest, AllocatingInVainRaisesTheBudget)
+{
+    MakeManager(256);
+    Open();
+    const Bars writers[] = {Get(0), Get(1)};
+    Fill(0);
+    Fill(1);
+    CountChunks();
+    ASSERT_EQ(mManager->GetInProgressBytes(), 256);
+    EXPECT_NE(Get(2).GetChunk(), nullptr);
+}
+
 TEST_F(ChunkCacheTest, AllocatingWaitsWhileTheBudgetIsExhausted)
 {
     for (const int64_t budget : {257, 256})
