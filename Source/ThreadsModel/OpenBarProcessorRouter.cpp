@@ -23,8 +23,7 @@ void OpenBarProcessorRouter::Route(const Report& inReport, bool inIsChunkFinishe
 {
     if (inReport.Bars.IsEmpty())
         return;
-    // Times that went back may lead to a chunk that others read by now. Its bars are left out; where they ran is still noted,
-    // since their beginnings may stand in chunks before.
+    // Times that went back may lead to a chunk that others read by now: its bars are left out.
     if (IsHandedOver(inReport.ChunkIndex))
         mOwner.Model.CountLeftOutBars(inReport.Bars.GetSize());
     else if (MoveToChunk(inReport.ChunkIndex))
@@ -86,13 +85,15 @@ uint64_t OpenBarProcessorRouter::WriteBar(const Report& inReport, size_t inDepth
     return index;
 }
 
+// The bars of a report that is left out end in the last chunk that was written, as far as anybody can see.
 void OpenBarProcessorRouter::NoteClosedBars(const Report& inReport)
 {
+    const int32_t last = IsHandedOver(inReport.ChunkIndex) ? mFirstOpenChunk - 1 : inReport.ChunkIndex;
     for (size_t depth = inReport.KeepCount; depth < inReport.Bars.GetSize(); ++depth)
     {
         const OpenBar& bar = inReport.Bars[depth];
-        FindProcessingModel::AddInvocation(mOwner.InvocationData, bar.Frame.RelativeAddress, bar.Frame.ResolveIndex,
-                                           ChunkIndexOfTime(sLevel0ChunkLengthMs, bar.Start), inReport.ChunkIndex);
+        const int32_t first = ChunkIndexOfTime(sLevel0ChunkLengthMs, bar.Start);
+        FindProcessingModel::AddInvocation(mOwner.InvocationData, bar.Frame.RelativeAddress, bar.Frame.ResolveIndex, first, last);
     }
 }
 

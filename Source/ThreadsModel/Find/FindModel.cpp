@@ -76,7 +76,7 @@ bool FindModel::ParseThreadTable(const Utility::ByteBuffer& inTable)
 {
     Utility::ByteCursor cursor(inTable.GetData(), inTable.GetSize());
     const auto count = cursor.Read<uint64_t>();
-    if (cursor.HasFailed() || count != cursor.GetRemaining() / sPackedSectionSize)
+    if (cursor.HasFailed() || count > cursor.GetRemaining() / sPackedSectionSize)
         return false;
     mSections.resize(count);
     for (FindIndexSection& section : mSections)
@@ -101,9 +101,8 @@ std::vector<FindFunctionEntry> FindModel::ReadThreadFunctions(EFindSet inSet, Th
 
     Utility::ByteCursor cursor(content.GetData(), content.GetSize());
     const auto count = cursor.Read<uint64_t>();
-    if (count != cursor.GetRemaining() / sPackedFunctionSize)
-        return {};
-    std::vector<FindFunctionEntry> functions(count);
+    // Nothing says whether a section is whole: what is there counts.
+    std::vector<FindFunctionEntry> functions(std::min<uint64_t>(count, cursor.GetRemaining() / sPackedFunctionSize));
     for (FindFunctionEntry& entry : functions)
     {
         entry.Function.RelativeAddress = cursor.Read<uint64_t>();

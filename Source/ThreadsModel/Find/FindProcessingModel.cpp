@@ -4,6 +4,7 @@
 #include "Utility/Hash.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace Profiler
@@ -68,19 +69,23 @@ bool FindProcessingModel::WaitForWriteJob(Utility::ErrorState& ioErrors)
 
 // Runs as a job.
 void FindProcessingModel::WriteSection(ThreadID inThread, const bool& inIsCanceled)
+try
 {
     if (!BuildBlocks(inIsCanceled))
         return;
     const auto offset = static_cast<uint64_t>(mFile.tellp());
-    if (!System::gIsCanceled(inIsCanceled) &&
-        !Utility::Check(mJobErrors, mCompressor.Compress(mTable.GetData(), mTable.GetSize(), mCompressedTable), sNoCode,
-                        sCompressionFailure))
+    const bool isCompressed = mCompressor.Compress(mTable.GetData(), mTable.GetSize(), mCompressedTable);
+    if (!Utility::Check(mJobErrors, isCompressed, sNoCode, sCompressionFailure))
         return;
     if (System::gIsCanceled(inIsCanceled) || !WriteBytes(mCompressedTable) || System::gIsCanceled(inIsCanceled) ||
         !WriteBytes(mBlocks))
         return;
     mSections.push_back({offset, inThread, static_cast<uint32_t>(mCompressedTable.GetSize())});
     mCurrentData.reset();
+}
+catch (const std::bad_alloc&)
+{
+    mJobErrors.AddError(sNoCode, sCompressionFailure);
 }
 
 // The function table of the current data, and the blocks that it names. False if a block can't be made, with a reason, or if the

@@ -78,8 +78,7 @@ bool ReadyThreadData::ParseHeader(std::span<const uint8_t> inHeader)
             std::memcpy(chunks.data(), bytes, count * sizeof(ReadyThreadChunkHeader));
     }
     const auto numIndices = cursor.Read<uint64_t>();
-    if (cursor.HasFailed() || cursor.GetRemaining() % sizeof(uint32_t) != 0 ||
-        numIndices != cursor.GetRemaining() / sizeof(uint32_t))
+    if (cursor.HasFailed() || numIndices > cursor.GetRemaining() / sizeof(uint32_t))
         return false;
     std::vector<uint32_t> recordIDs(numIndices);
     if (numIndices != 0)

@@ -6,6 +6,8 @@
 #include "Utility/Hash.h"
 
 #include <algorithm>
+#include <new>
+#include <system_error>
 #include <utility>
 
 namespace Profiler
@@ -34,22 +36,32 @@ uint32_t gChooseLevel(double inLength)
 
 } // namespace
 
-ReadyThreadProcessingModel::ReadyThreadProcessingModel(std::string inPath)
-    : mPath(std::move(inPath)),
-      mThread([this] { RunWriter(); })
+ReadyThreadProcessingModel::ReadyThreadProcessingModel(std::string inPath) : mPath(std::move(inPath))
 {
+    try
+    {
+        mThread = std::thread([this] { RunWriter(); });
+    }
+    catch (const std::system_error&)
+    {
+        // The system has no thread left to give. OpenFile tells.
+        const MutexLock lock(mMutex);
+        mIsDone = true;
+    }
 }
 
 ReadyThreadProcessingModel::~ReadyThreadProcessingModel()
 {
     SendCommand(ECommand::Abort);
-    mThread.join();
+    if (mThread.joinable())
+        mThread.join();
 }
 
 bool ReadyThreadProcessingModel::OpenFile(Utility::ErrorState& ioErrors)
 {
     FileSystem::gOpenWrite(mFile, mPath, std::ios_base::out | std::ios_base::binary | std::ios_base::trunc);
-    return Utility::Check(ioErrors, mFile.is_open() && mFile.good(), sNoCode, "Unable to open file %s for writing.", mPath);
+    return Utility::Check(ioErrors, mFile.is_open() && mFile.good(), sNoCode, "Unable to open file %s for writing.", mPath) &&
+           Utility::Check(ioErrors, mThread.joinable(), sNoCode, "Unable to start the thread that writes wake-ups.");
 }
 
 uint32_t ReadyThreadProcessingModel::NewReadyIndex()
@@ -166,7 +178,9 @@ void ReadyThreadProcessingModel::RunWriter()
     mDoneCondition.NotifyAll();
 }
 
+// False if it can't be written, or memory doesn't suffice.
 bool ReadyThreadProcessingModel::WriteChunk(PendingReadyChunk& ioChunk)
+try
 {
     const auto level = static_cast<size_t>(ioChunk.Level);
     if (level >= mChunkHeaders.size())
@@ -181,6 +195,10 @@ bool ReadyThreadProcessingModel::WriteChunk(PendingReadyChunk& ioChunk)
         return false;
     mChunkHeaders[level].push_back({ioChunk.Start, ioChunk.End, offset, mFrame.GetSize()});
     return true;
+}
+catch (const std::bad_alloc&)
+{
+    return false;
 }
 
 bool ReadyThreadProcessingModel::WriteHeader(Utility::ErrorState& ioErrors)

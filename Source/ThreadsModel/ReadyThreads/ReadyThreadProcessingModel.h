@@ -34,7 +34,7 @@ public:
     // Milliseconds that a thread which ends in its wait counts as having run afterwards.
     static constexpr double sRunAfterEndMs = 1000.0;
 
-    // inPath is where ReadyThreads.dat goes. Starts the writer.
+    // inPath is where ReadyThreads.dat goes. Starts the writer; OpenFile tells if that didn't work.
     explicit ReadyThreadProcessingModel(std::string inPath);
     // Drops what isn't written yet.
     ~ReadyThreadProcessingModel();
@@ -62,13 +62,15 @@ public:
     [[nodiscard]] bool CloseReady(ReadyRecord& ioRecord, uint32_t inReadyIndex, ThreadState inState,
                                   Utility::ErrorState& ioErrors, double inStart, double inEnd);
 
-    // Writes what is left, and waits until it is written. False if anything couldn't be.
+    // Writes what is left, and waits until it is written. False if anything couldn't be; nothing is said of a writer that was
+    // cancelled.
     [[nodiscard]] bool FinishWriting(Utility::ErrorState& ioErrors);
 
     // Ends the writer without writing what is left.
     void CancelWriting();
 
-    // Writes the end of the file and closes it. A second call after a success does nothing. REQUIRES: FinishWriting gave true.
+    // Writes the end of the file and closes it. A second call after a success does nothing. REQUIRES: FinishWriting gave true,
+    // and the writer wasn't cancelled.
     [[nodiscard]] bool WriteHeader(Utility::ErrorState& ioErrors);
 
 private:
