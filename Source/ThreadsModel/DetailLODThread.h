@@ -44,6 +44,11 @@ public:
     [[nodiscard]] int32_t GetCurrentDetailChunk() const { return mCurrentDetailChunkIndex.load(std::memory_order_relaxed); }
     [[nodiscard]] int32_t GetCurrentOverviewChunk() const { return mCurrentOverviewChunkIndex.load(std::memory_order_relaxed); }
 
+    // Set a cursor of a thread whose first chunk lies before time 0, where the cursors begin. REQUIRES: it hasn't moved, and no
+    // chunk has been handed over.
+    void BeginDetailAt(int32_t inChunkIndex) { mCurrentDetailChunkIndex.store(inChunkIndex); }
+    void BeginOverviewAt(int32_t inChunkIndex) { mCurrentOverviewChunkIndex.store(inChunkIndex); }
+
     // Hand the chunks from the old index up to, not including, the new one over to be saved; whoever fills them is done with
     // them. Moving backwards is a fault, and moves all the same.
     void MoveDetailCursor(int32_t inChunkIndex);

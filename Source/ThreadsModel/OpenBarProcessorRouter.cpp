@@ -24,26 +24,34 @@ void OpenBarProcessorRouter::Route(const Report& inReport, bool inIsChunkFinishe
     if (inReport.Bars.IsEmpty())
         return;
     // Times that went back may lead to a chunk that others read by now: its bars are left out.
-    if (IsHandedOver(inReport.ChunkIndex))
+    if (!CanBeFilled(inReport.ChunkIndex))
         mOwner.Model.CountLeftOutBars(inReport.Bars.GetSize());
     else if (MoveToChunk(inReport.ChunkIndex))
         WriteBars(inReport);
     else
         return;
     NoteClosedBars(inReport);
-    if (inIsChunkFinished && !IsHandedOver(inReport.ChunkIndex))
+    if (inIsChunkFinished && CanBeFilled(inReport.ChunkIndex))
         HandOver(false);
     mOwner.Data.MaxStackDepth = std::max(mOwner.Data.MaxStackDepth, static_cast<int32_t>(inReport.Bars.GetSize()));
 }
 
-// False if the pass is being stopped.
+// A chunk index that is too large for another one behind it comes of arithmetic in single precision at the end of all times.
+bool OpenBarProcessorRouter::CanBeFilled(int32_t inIndex) const
+{
+    return inIndex >= mFirstOpenChunk && inIndex != std::numeric_limits<int32_t>::max();
+}
+
+// False if the pass is being stopped. REQUIRES: the chunk can be filled.
 bool OpenBarProcessorRouter::MoveToChunk(int32_t inIndex)
 {
     if (mChunk && inIndex == mChunkIndex)
         return true;
     // All bars of a thread may close before its chunk is over; the report of the next one is then the first of a later chunk.
-    if (mChunk && !IsHandedOver(mChunkIndex))
+    if (mChunk && CanBeFilled(mChunkIndex))
         HandOver(false);
+    else if (!mChunk && inIndex < 0)
+        mOwner.Thread.BeginDetailAt(inIndex);
     if (!gGetChunkToFill(mOwner.Model.GetStreamingManager(), mOwner.Thread, inIndex, mChunk))
         return false;
     mChunkIndex = inIndex;
@@ -85,14 +93,18 @@ uint64_t OpenBarProcessorRouter::WriteBar(const Report& inReport, size_t inDepth
     return index;
 }
 
-// The bars of a report that is left out end in the last chunk that was written, as far as anybody can see.
+// The bars of a report that is left out end in the last chunk that was written, as far as anybody can see; and those that have
+// begun in such a report too stand nowhere.
 void OpenBarProcessorRouter::NoteClosedBars(const Report& inReport)
 {
-    const int32_t last = IsHandedOver(inReport.ChunkIndex) ? mFirstOpenChunk - 1 : inReport.ChunkIndex;
+    const bool isLeftOut = !CanBeFilled(inReport.ChunkIndex);
+    const int32_t last = isLeftOut ? mFirstOpenChunk - 1 : inReport.ChunkIndex;
     for (size_t depth = inReport.KeepCount; depth < inReport.Bars.GetSize(); ++depth)
     {
         const OpenBar& bar = inReport.Bars[depth];
         const int32_t first = ChunkIndexOfTime(sLevel0ChunkLengthMs, bar.Start);
+        if (isLeftOut && (first > last || mOwner.Thread.GetChunkTable().GetChunkByIndex(first).mIndex != first))
+            continue;
         FindProcessingModel::AddInvocation(mOwner.InvocationData, bar.Frame.RelativeAddress, bar.Frame.ResolveIndex, first, last);
     }
 }
@@ -107,7 +119,7 @@ void OpenBarProcessorRouter::HandOver(bool inIsLast)
 
 void OpenBarProcessorRouter::Finish()
 {
-    if (mChunk && !IsHandedOver(mChunkIndex))
+    if (mChunk && CanBeFilled(mChunkIndex))
         HandOver(true);
     mChunk = {};
 }

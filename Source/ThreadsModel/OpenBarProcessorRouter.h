@@ -51,13 +51,13 @@ private:
     [[nodiscard]] uint64_t WriteBar(const Report& inReport, size_t inDepth, uint64_t inParent);
     void NoteClosedBars(const Report& inReport);
     void HandOver(bool inIsLast);
-    [[nodiscard]] bool IsHandedOver(int32_t inIndex) const { return inIndex < mFirstOpenChunk; }
+    [[nodiscard]] bool CanBeFilled(int32_t inIndex) const;
 
     ThreadDetailLOD0ProcessingState& mOwner;
     Utility::SignalRegistration mRegistration;
-    TypedChunkHandle<BarChunk> mChunk; // that is being filled, or was handed over last
-    int32_t mChunkIndex = -1;          // of mChunk
-    int32_t mFirstOpenChunk = std::numeric_limits<int32_t>::min();
+    TypedChunkHandle<BarChunk> mChunk;                             // that is being filled, or was handed over last
+    int32_t mChunkIndex = -1;                                      // of mChunk
+    int32_t mFirstOpenChunk = std::numeric_limits<int32_t>::min(); // all before were handed over
 };
 
 // What the timeline keeps of a thread during a pass.

@@ -19,9 +19,11 @@ struct OverviewThreadState
 {
     static constexpr int32_t sNoChunk = std::numeric_limits<int32_t>::min(); // no time falls in it
 
-    TypedChunkHandle<OverviewChunk> Chunk; // of the finest level, that is being filled
-    int32_t ChunkIndex = sNoChunk;         // sNoChunk until a span was added
-    double StateTime = -1.0;               // when the present state began, in milliseconds
+    TypedChunkHandle<OverviewChunk> Chunk;                    // of the finest level, that is being filled
+    int32_t ChunkIndex = sNoChunk;                            // sNoChunk until a span was added
+    bool HasSpans = false;                                    // spans were told of, also such as couldn't be added
+    double LastStart = std::numeric_limits<double>::lowest(); // of the last span that was added
+    double StateTime = -1.0;                                  // when the present state began, in milliseconds
     ThreadState State = ThreadState::NotStarted;
     uint32_t ReadyIndex = sNoReadyIndex; // of the wake-up whose record is in hand
     ReadyRecord Record;                  // isn't reset from wait to wait

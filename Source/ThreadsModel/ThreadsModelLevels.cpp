@@ -38,8 +38,8 @@ void ThreadsModel::BuildLOD0DetailDerivedData(std::vector<TypedChunkHandle<BarCh
 void ThreadsModel::BuildLOD0OverviewDerivedData(std::vector<TypedChunkHandle<OverviewChunk>> inHandles, DetailLODThread& inThread,
                                                 bool inIsLast)
 {
-    if (const int32_t end = inHandles.back().GetChunkIndex() + 1; inIsLast && end > inThread.GetCurrentOverviewChunk())
-        inThread.MoveOverviewCursor(end);
+    if (inIsLast)
+        inThread.MoveOverviewCursor(inHandles.back().GetChunkIndex() + 1);
     PendingBuild<OverviewChunk>& build = BeginBatch(mPendingOverviewBuilds, inThread, std::move(inHandles));
     std::vector<System::JobWork> work;
     for (size_t i = 1; i < mThreadDetailLODs.size(); ++i)
@@ -114,9 +114,7 @@ void ThreadsModel::BuildFunctionIndices(const PendingBuild<BarChunk>& inBuild, D
         functions->Build(handle->GetRows(), inIsCanceled);
         if (System::gIsCanceled(inIsCanceled))
             return;
-        // The cursor starts at time 0, so what lies before stays in memory until the end of the pass.
-        if (index + 1 > ioThread.GetCurrentDetailChunk())
-            ioThread.MoveDetailCursor(index + 1);
+        ioThread.MoveDetailCursor(index + 1);
     }
 }
 

@@ -129,11 +129,13 @@ bool ThreadsModel::FinishProcessing(Utility::ErrorState& ioErrors, const bool& i
     return mStreamingManager->FlushChunks(ioErrors);
 }
 
-// A thread without any switch ran for its whole life if it was ever sampled, and else waited.
+// Every thread has a place at every level. One without any switch ran for its whole life if it was ever sampled, and else waited.
 void ThreadsModel::AddRangeOfWholeLife(const Thread& inThread)
 {
+    for (const std::unique_ptr<DetailLOD>& level : mThreadDetailLODs)
+        level->GetOrCreateThread(inThread.ThreadID, *mStreamingManager);
     OverviewThreadState& state = GetOverviewState(inThread.ThreadID);
-    if (state.ChunkIndex != OverviewThreadState::sNoChunk)
+    if (state.HasSpans)
         return;
     const auto found = mProcessingStates.find(inThread.ThreadID);
     const bool isSampled = found != mProcessingStates.end() && found->second->IsSampled;

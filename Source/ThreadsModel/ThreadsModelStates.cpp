@@ -174,6 +174,7 @@ void ThreadsModel::AddThreadStateRange(OverviewThreadState& ioState, ThreadID in
 {
     DetailLODThread& thread = GetDetailLOD(0).GetOrCreateThread(inThread, *mStreamingManager);
     ThreadData& data = GetOrCreateThreadData(inThread);
+    ioState.HasSpans = true;
     // Stored threads and sessions may have any times.
     if (!gIsPlaceableTime(sLevel0ChunkLengthMs, inSpan.Start) || !gIsPlaceableTime(sLevel0ChunkLengthMs, inSpan.End))
     {
@@ -186,11 +187,8 @@ void ThreadsModel::AddThreadStateRange(OverviewThreadState& ioState, ThreadID in
 
     const int32_t first = ChunkIndexOfTime(sLevel0ChunkLengthMs, inSpan.Start);
     const int32_t last = ChunkIndexOfTime(sLevel0ChunkLengthMs, inSpan.End);
-    // Chunks before the present one are read by others by now; and within one, entries stand in time order.
-    const bool goesBack = length < 0.0 || first < ioState.ChunkIndex ||
-                          (first == ioState.ChunkIndex && ioState.Chunk && ioState.Chunk->GetEntryCount() != 0 &&
-                           inSpan.Start < ioState.Chunk->GetEntry(ioState.Chunk->GetEntryCount() - 1).Entry->Start);
-    if (goesBack)
+    // Chunks before the present one are read by others by now; and spans stand in time order.
+    if (length < 0.0 || first < ioState.ChunkIndex || inSpan.Start < ioState.LastStart)
     {
         ++mLeftOut.Spans;
         return;
@@ -204,6 +202,7 @@ void ThreadsModel::AddThreadStateRange(OverviewThreadState& ioState, ThreadID in
         if (!MoveToChunk(ioState, thread, first))
             return;
     }
+    ioState.LastStart = inSpan.Start;
     const double firstEnd = first == last ? inSpan.End : ChunkEndOfIndex(first, sLevel0ChunkLengthMs);
     ioState.Chunk->AddEntry(inSpan.State, inSpan.ReadyIndex, inSpan.Stack, inSpan.Start, firstEnd, inSpan.Start, inSpan.End);
     if (first != last)
@@ -223,12 +222,12 @@ void ThreadsModel::AddThreadStateRange(OverviewThreadState& ioState, ThreadID in
 // Hands over the chunks before. False if the pass is being stopped.
 bool ThreadsModel::MoveToChunk(OverviewThreadState& ioState, DetailLODThread& ioThread, int32_t inIndex)
 {
+    if (ioState.ChunkIndex == OverviewThreadState::sNoChunk && inIndex < 0)
+        ioThread.BeginOverviewAt(inIndex);
     if (!gGetChunkToFill(*mStreamingManager, ioThread, inIndex, ioState.Chunk))
         return false;
     ioState.ChunkIndex = inIndex;
-    // The cursor starts at time 0, so what lies before stays in memory until the end of the pass.
-    if (inIndex > ioThread.GetCurrentOverviewChunk())
-        ioThread.MoveOverviewCursor(inIndex);
+    ioThread.MoveOverviewCursor(inIndex);
     return true;
 }
 

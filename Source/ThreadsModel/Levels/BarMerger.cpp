@@ -41,9 +41,13 @@ bool BarMerger::Merge(const BarChunk& inSource, const bool& inIsCanceled)
         return true;
     mRecord.Merges.resize(rows.size());
     mPlacements.resize(rows.size());
-    const int32_t last = ChunkIndexOfTime(mChunkLength, rows[0].back()->End);
-    const int32_t first = std::max(ChunkIndexOfTime(mChunkLength, rows[0].front()->Start), mRecord.FirstOpenChunk);
-    mChunks.emplace(mManager, mThread, first, last);
+    constexpr int32_t noChunk = std::numeric_limits<int32_t>::min();
+    const int32_t begin = ChunkIndexOfTime(mChunkLength, rows[0].front()->Start);
+    if (mRecord.FirstOpenChunk == noChunk && begin < 0)
+        mThread.BeginDetailAt(begin);
+    // Short of the largest index, behind which there is none.
+    const int32_t last = std::min(ChunkIndexOfTime(mChunkLength, rows[0].back()->End), std::numeric_limits<int32_t>::max() - 1);
+    mChunks.emplace(mManager, mThread, std::max(begin, mRecord.FirstOpenChunk), last);
 
     const auto isStopped = [&] { return mChunks->IsAborted() || System::gIsCanceled(inIsCanceled); };
     gWalkBarTree(
@@ -66,8 +70,7 @@ void BarMerger::Finish()
         HandOver(mRecord.FirstOpenChunk + 1);
 }
 
-// The chunks before inEnd. Those of a source that went back in time are handed over already; and the cursor starts at time 0, so
-// what lies before stays in memory until the end of the pass.
+// The chunks before inEnd. Those of a source that went back in time are handed over already.
 void BarMerger::HandOver(int32_t inEnd)
 {
     mRecord.FirstOpenChunk = std::max(mRecord.FirstOpenChunk, inEnd);
