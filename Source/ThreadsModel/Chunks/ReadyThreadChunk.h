@@ -1,7 +1,7 @@
 // Which thread readied which, when, and which wait that ended: up to 10,000 records of one level of detail.
 //
-// Docs/Threads.md describes the form on disk. Threads and ownership: as Chunk says. Invariant: records stand in order of arrival;
-// the time index is empty in a chunk that is being filled.
+// Docs/ReadyThreads.md describes the form on disk. Threads and ownership: as Chunk says. Invariant: records stand in order of
+// arrival; the time index is empty in a chunk that is being filled.
 #pragma once
 
 #include "Session/Events/TraceEvent.h"
