@@ -55,6 +55,7 @@ bool OpenBarProcessorRouter::MoveToChunk(int32_t inIndex)
     if (!gGetChunkToFill(mOwner.Model.GetStreamingManager(), mOwner.Thread, inIndex, mChunk))
         return false;
     mChunkIndex = inIndex;
+    mFilledChunks.push_back(inIndex);
     return true;
 }
 
@@ -103,7 +104,7 @@ void OpenBarProcessorRouter::NoteClosedBars(const Report& inReport)
     {
         const OpenBar& bar = inReport.Bars[depth];
         const int32_t first = ChunkIndexOfTime(sLevel0ChunkLengthMs, bar.Start);
-        if (isLeftOut && (first > last || mOwner.Thread.GetChunkTable().GetChunkByIndex(first).mIndex != first))
+        if (isLeftOut && !std::binary_search(mFilledChunks.begin(), mFilledChunks.end(), first))
             continue;
         FindProcessingModel::AddInvocation(mOwner.InvocationData, bar.Frame.RelativeAddress, bar.Frame.ResolveIndex, first, last);
     }

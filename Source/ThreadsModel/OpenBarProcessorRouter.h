@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <vector>
 
 namespace Profiler
 {
@@ -57,6 +58,7 @@ private:
     Utility::SignalRegistration mRegistration;
     TypedChunkHandle<BarChunk> mChunk;                             // that is being filled, or was handed over last
     int32_t mChunkIndex = -1;                                      // of mChunk
+    std::vector<int32_t> mFilledChunks;                            // all so far, ascending
     int32_t mFirstOpenChunk = std::numeric_limits<int32_t>::min(); // all before were handed over
 };
 

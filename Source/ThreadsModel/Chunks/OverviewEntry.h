@@ -62,10 +62,18 @@ struct AllStatesEntry : OverviewEntry
     std::array<float, sNumTimedThreadStates> Shares; // by state
 };
 
-// A bucket that is being filled.
+// A bucket that is being filled, or none.
 struct OverviewAccumulator : AllStatesEntry
 {
-    OverviewAccumulator() : AllStatesEntry{{std::numeric_limits<double>::lowest(), std::numeric_limits<double>::max()}, {}} {}
+    static constexpr double sNoStart = std::numeric_limits<double>::lowest();
+
+    OverviewAccumulator() : AllStatesEntry{}
+    {
+        Start = sNoStart;
+        End = std::numeric_limits<double>::max();
+    }
+
+    [[nodiscard]] bool IsEmpty() const { return Start == sNoStart; }
 };
 
 static_assert(sizeof(SingleStateEntry) == 48 && sizeof(TwoStatesEntry) == 32);

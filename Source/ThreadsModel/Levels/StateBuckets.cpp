@@ -32,7 +32,7 @@ bool StateBuckets::Add(const OverviewChunk& inSource, const bool& inIsCanceled)
 
 void StateBuckets::Finish()
 {
-    if (HasOpenBucket() && mRecord.Chunk)
+    if (!mRecord.Accumulator.IsEmpty() && mRecord.Chunk)
         CloseBucket();
     mThread.MoveOverviewCursor(++mRecord.mCurrentChunkIndex);
     mRecord.Chunk = {};
@@ -53,7 +53,7 @@ bool StateBuckets::AddSpan(const SingleStateEntry& inSpan)
     if (!isCut)
         return true;
 
-    if (HasOpenBucket())
+    if (!mRecord.Accumulator.IsEmpty())
         CloseBucket();
     mRecord.Chunk->SetLastEntryEndTime(std::floor(inSpan.RealEnd / mWidth) * mWidth + mWidth);
     if (!MoveToChunk(mRecord, chunkEndIndex))
@@ -84,9 +84,9 @@ void StateBuckets::AddToBuckets(const SingleStateEntry& inSpan, const Part& inPa
     const double lastBucket = std::floor(inPart.End / mWidth) * mWidth;
     const auto state = static_cast<size_t>(inSpan.State);
     OverviewAccumulator& bucket = mRecord.Accumulator;
-    if (HasOpenBucket() && firstBucket >= bucket.End)
+    if (!mRecord.Accumulator.IsEmpty() && firstBucket >= bucket.End)
         CloseBucket();
-    if (!HasOpenBucket())
+    if (mRecord.Accumulator.IsEmpty())
         OpenBucket(firstBucket);
     if (firstBucket == lastBucket)
     {
@@ -121,11 +121,6 @@ void StateBuckets::CloseBucket()
 {
     mRecord.Chunk->AddAccumulated(mRecord.Accumulator);
     mRecord.Accumulator = OverviewAccumulator();
-}
-
-bool StateBuckets::HasOpenBucket() const
-{
-    return mRecord.Accumulator.Start != OverviewAccumulator().Start;
 }
 
 } // namespace Profiler

@@ -50,7 +50,6 @@ private:
     [[nodiscard]] bool MoveToChunk(OverviewBuildRecord& inDestProcessingState, int32_t inChunkStartIndex);
     void OpenBucket(double inStart);
     void CloseBucket();
-    [[nodiscard]] bool HasOpenBucket() const;
 
     ThreadStreamingManager& mManager;
     DetailLODThread& mThread;
