@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Shows the recorded session in Samples: what it holds, and what its threads did. With --record, the same of a session that is
-# recorded and imported here and now.
+# Shows the recorded session in Samples: what its threads did, a pass that builds its timeline, and what it then holds. With
+# --record, the same of a session that is recorded and imported here and now.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -45,10 +45,11 @@ if [ "${1:-}" = --record ]; then
     fi
     "$program" import "$folder/workload.data"
 else
-    # A copy, since processing writes to the folder.
+    # A copy, since a pass writes to the folder.
     cp -r Samples/workload "$folder/workload"
-    "$program" process "$folder/workload" >&2
-    "$program" info "$folder/workload"
 fi
 echo
 "$program" summarize "$folder/workload"
+echo
+"$program" process --rebuild "$folder/workload"
+"$program" info "$folder/workload"

@@ -2,6 +2,26 @@
 
 namespace Host
 {
+namespace
+{
+
+// Some failures list others below them.
+std::string gMakeOneLine(const std::string& inText)
+{
+    std::string line;
+    for (const char character : inText)
+    {
+        const bool isBreak = character == '\n' || character == '\t';
+        if (!isBreak)
+            line += character;
+        else if (!line.empty() && line.back() != ' ')
+            line += ' ';
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line;
+}
+
+} // namespace
 
 std::string gGetFailureText(const Utility::ErrorList& inErrors)
 {
@@ -9,7 +29,7 @@ std::string gGetFailureText(const Utility::ErrorList& inErrors)
         return "unknown failure";
     const Utility::ErrorEntry& first = inErrors.GetEntries().front();
     const bool isComplete = first.Context.empty() || first.Message.find(first.Context) != std::string::npos;
-    return isComplete ? first.Message : first.Context + ": " + first.Message;
+    return gMakeOneLine(isComplete ? first.Message : first.Context + ": " + first.Message);
 }
 
 } // namespace Host

@@ -30,6 +30,32 @@ std::string gFormatFiles(const SessionInspection& inInspection)
     return table.Format();
 }
 
+// Level 0 has everything as it was recorded; each further one is coarser.
+std::string gFormatTimeline(const TimelineInspection& inTimeline)
+{
+    TextTable table({{"LEVEL", EAlign::Right},
+                     {"THREADS", EAlign::Right},
+                     {"BAR CHUNKS", EAlign::Right},
+                     {"BARS", EAlign::Right},
+                     {"OVERVIEW CHUNKS", EAlign::Right},
+                     {"ENTRIES", EAlign::Right},
+                     {"BYTES", EAlign::Right},
+                     {"WAKE-UPS", EAlign::Right}});
+    uint64_t readyRecords = 0;
+    for (size_t i = 0; i < inTimeline.Levels.size(); ++i)
+    {
+        const TimelineLevel& level = inTimeline.Levels[i];
+        table.AddRow({std::to_string(i), std::to_string(level.Threads), std::to_string(level.BarChunks),
+                      std::to_string(level.Bars), std::to_string(level.OverviewChunks), std::to_string(level.Entries),
+                      std::to_string(level.Bytes), std::to_string(level.ReadyRecords)});
+        readyRecords += level.ReadyRecords;
+    }
+    return table.Format() +
+           Utility::gFormat("%zu functions in %zu threads can be searched for; %llu of %zu wake-ups have a record\n",
+                            inTimeline.FindFunctions, inTimeline.FindThreads, static_cast<unsigned long long>(readyRecords),
+                            inTimeline.ReadyIndices);
+}
+
 std::string gFormatInspection(const SessionInspection& inInspection)
 {
     std::string text = inInspection.SessionPath + '\n';
@@ -40,6 +66,8 @@ std::string gFormatInspection(const SessionInspection& inInspection)
     text += '\n' + gFormatStores(inInspection) + '\n' + gFormatFiles(inInspection);
     if (inInspection.Report != nullptr)
         text += "\nHealth of the capture " + inInspection.Report->CapturePath + '\n' + gFormatReport(*inInspection.Report);
+    if (inInspection.Timeline.has_value())
+        text += "\nTimeline\n" + gFormatTimeline(*inInspection.Timeline);
     return text;
 }
 
@@ -69,6 +97,29 @@ void gWriteFiles(JSONWriter& ioWriter, const SessionInspection& inInspection)
                 });
 }
 
+void gWriteTimeline(JSONWriter& ioWriter, const TimelineInspection& inTimeline)
+{
+    ioWriter.Key("timeline");
+    ioWriter.StartObject();
+    gWriteArray(ioWriter, "levels", inTimeline.Levels,
+                [&](const TimelineLevel& inLevel)
+                {
+                    ioWriter.StartObject();
+                    gWriteMember(ioWriter, "threads", uint64_t{inLevel.Threads});
+                    gWriteMember(ioWriter, "bar_chunks", inLevel.BarChunks);
+                    gWriteMember(ioWriter, "bars", inLevel.Bars);
+                    gWriteMember(ioWriter, "overview_chunks", inLevel.OverviewChunks);
+                    gWriteMember(ioWriter, "entries", inLevel.Entries);
+                    gWriteMember(ioWriter, "bytes", inLevel.Bytes);
+                    gWriteMember(ioWriter, "ready_records", inLevel.ReadyRecords);
+                    ioWriter.EndObject();
+                });
+    gWriteMember(ioWriter, "find_threads", uint64_t{inTimeline.FindThreads});
+    gWriteMember(ioWriter, "find_functions", uint64_t{inTimeline.FindFunctions});
+    gWriteMember(ioWriter, "ready_indices", uint64_t{inTimeline.ReadyIndices});
+    ioWriter.EndObject();
+}
+
 std::string gFormatInspectionAsJSON(const SessionInspection& inInspection)
 {
     return gFormatJSON(
@@ -82,6 +133,8 @@ std::string gFormatInspectionAsJSON(const SessionInspection& inInspection)
             gWriteMember(ioWriter, "modules", uint64_t{inInspection.Modules});
             gWriteStores(ioWriter, inInspection);
             gWriteFiles(ioWriter, inInspection);
+            if (inInspection.Timeline.has_value())
+                gWriteTimeline(ioWriter, *inInspection.Timeline);
             if (inInspection.Report == nullptr)
                 return;
             ioWriter.Key("health");

@@ -29,7 +29,7 @@ void gSetHandler(void (*inHandler)(int))
 // Whichever of the signals comes next, it ends the process.
 extern "C" void gOnInterrupt(int)
 {
-    sIsInterrupted = true;
+    __atomic_store_n(&sIsInterrupted, true, __ATOMIC_RELEASE);
     gSetHandler(SIG_DFL);
 }
 

@@ -2,7 +2,7 @@
 
 #include "FileSystem/File.h"
 #include "FileSystem/Path.h"
-#include "Host/CommandLine/ProgressLine.h"
+#include "Host/CommandLine/PassStopper.h"
 #include "Host/CommandLine/SessionProcessing.h"
 #include "Host/CommandLine/StagedFolder.h"
 #include "Host/CommandLine/SymbolsAhead.h"
@@ -88,16 +88,18 @@ bool gRunPass(Session& ioSession, const std::string& inFolder, const RTTI::Regis
 {
     if (!gProcessSession(ioSession, Profiler::RebuildBrokenStacks, inRegistry, inIsCanceled, ioErrors))
         return false;
-    ProgressLine line("Building timeline");
-    if (!ioSession.CreateModels(ioErrors) || !ioSession.BeginProcessing(ioErrors))
-        return false;
-    const bool isProcessed =
-        ioSession.ProcessEvents(ioErrors, inIsCanceled, [&line](float inFraction) { line.Show(inFraction); });
-    if (!gCheckNotCanceled(inIsCanceled, ioErrors) || !isProcessed)
-        return false;
-    ioReport.SymbolFailures = gFindSymbolFailures(ioSession.GetModuleDatabase());
-    return gWriteImportReport(inFolder, ioReport, ioErrors) && ioSession.FinishPass(false, ioErrors, inIsCanceled) &&
-           gCheckNotCanceled(inIsCanceled, ioErrors);
+    return gRunStep("Building timeline", inIsCanceled, ioErrors,
+                    [&](const Utility::ProgressFunction& inProgress, ErrorState& ioStepErrors)
+                    {
+                        if (!ioSession.CreateModels(ioStepErrors) || !ioSession.BeginProcessing(ioStepErrors))
+                            return false;
+                        const PassStopper stopper(ioSession, inIsCanceled);
+                        if (!ioSession.ProcessEvents(ioStepErrors, inIsCanceled, inProgress))
+                            return false;
+                        ioReport.SymbolFailures = gFindSymbolFailures(ioSession.GetModuleDatabase());
+                        return gWriteImportReport(inFolder, ioReport, ioStepErrors) &&
+                               ioSession.FinishPass(false, ioStepErrors, inIsCanceled);
+                    });
 }
 
 void gCountContents(Session& ioSession, SessionImportResult& outResult)

@@ -103,6 +103,22 @@ StoreState gInspectModels(const Profiler::Session& inSession)
             toBuild == 0 ? gFormat("%zu stored", count) : gFormat("%zu of %zu to be built", toBuild, count)};
 }
 
+void gInspectStoredTimeline(const Profiler::Session& inSession, SessionInspection& ioInspection)
+{
+    Profiler::ThreadsModel* model = gFindStoredTimeline(inSession);
+    if (model == nullptr)
+        return;
+    const TimelineInspection& timeline = ioInspection.Timeline.emplace(gInspectTimeline(*model));
+    const auto add = [&](const char* inName, const std::string& inFault, const std::string& inContent)
+    {
+        ioInspection.Stores.push_back(
+            {inName, inFault.empty(), inFault.empty() ? inContent : inFault + "; process --rebuild makes it anew"});
+    };
+    add("timeline", timeline.ThreadsFault, gFormat("%zu levels", timeline.Levels.size()));
+    add("find index", timeline.FindFault, gFormat("%zu functions in %zu threads", timeline.FindFunctions, timeline.FindThreads));
+    add("wake-ups", timeline.ReadyFault, gFormat("%zu told of", timeline.ReadyIndices));
+}
+
 StoreState gInspectReport(const std::string& inFolder, const ImportReport* inReport)
 {
     if (inReport != nullptr)
@@ -121,6 +137,7 @@ void gInspectContents(Profiler::Session& ioSession, const RTTI::Registry& inRegi
     ioInspection.Modules = ioSession.GetModuleDatabase().GetNativeModules().size();
     ioInspection.Stores.push_back(gInspectSharedModel(ioSession, inRegistry));
     ioInspection.Stores.push_back(gInspectModels(ioSession));
+    gInspectStoredTimeline(ioSession, ioInspection);
 }
 
 } // namespace

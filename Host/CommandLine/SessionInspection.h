@@ -1,13 +1,15 @@
-// Looks a stored session over, store by store, and changes nothing.
+// Looks a stored session over, store by store, and changes no file.
 //
 // Threads: the main thread.
 #pragma once
 
+#include "Host/CommandLine/TimelineInspection.h"
 #include "Host/CommandLine/Workspace.h"
 #include "Host/Import/ImportReport.h"
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,9 +42,10 @@ struct SessionInspection
     size_t Threads = 0;
     size_t Modules = 0;
 
-    std::vector<StoredFile> Files;        // by name
-    std::vector<StoreState> Stores;       // session, events, stacks, broken stacks, shared model, models, import report
-    std::unique_ptr<ImportReport> Report; // null for a session without one
+    std::vector<StoredFile> Files;              // by name
+    std::vector<StoreState> Stores;             // in the order in which they are shown
+    std::unique_ptr<ImportReport> Report;       // null for a session without one
+    std::optional<TimelineInspection> Timeline; // none if the session needs to be processed first
 };
 
 [[nodiscard]] SessionInspection gInspectSession(const std::string& inSessionPath, Workspace& ioWorkspace);

@@ -1,30 +1,37 @@
 #include "Host/CommandLine/SessionProcessing.h"
 
-#include "Host/CommandLine/ProgressLine.h"
+#include "FileSystem/Delete.h"
+#include "Host/CommandLine/PassStopper.h"
+#include "Session/Callstacks/BrokenStackIndex.h"
+#include "System/Job.h"
 
 namespace Host
-{
-namespace
 {
 
 using Utility::ErrorState;
 using Utility::ProgressFunction;
 
-// Runs one step with its line of progress.
-template <class Step>
-bool gRunStep(const char* inLabel, const bool& inIsCanceled, ErrorState& ioErrors, const Step& inStep)
+bool gCheckNotCanceled(const bool& inIsCanceled, ErrorState& ioErrors)
 {
-    ProgressLine line(inLabel);
-    const bool isDone = inStep([&line](float inFraction) { line.Show(inFraction); });
-    return gCheckNotCanceled(inIsCanceled, ioErrors) && isDone;
+    return Utility::Check(ioErrors, !System::gIsCanceled(inIsCanceled), 0, "Interrupted");
+}
+
+namespace
+{
+
+// A search that the user ends stores what it has found so far, which mustn't be taken for all there is.
+bool gFindBrokenStacks(Profiler::Session& ioSession, const RTTI::Registry& inRegistry, const bool& inIsCanceled,
+                       ErrorState& ioErrors)
+{
+    const bool isDone = gRunStep("Finding broken stacks", inIsCanceled, ioErrors,
+                                 [&](const ProgressFunction& inProgress, ErrorState& ioStepErrors)
+                                 { return ioSession.BuildBrokenStackIndex(inRegistry, ioStepErrors, inIsCanceled, inProgress); });
+    if (!isDone)
+        static_cast<void>(FileSystem::gDeleteFile(Profiler::gGetBrokenStackIndexPath(ioSession.GetDirectory())));
+    return isDone;
 }
 
 } // namespace
-
-bool gCheckNotCanceled(bool inIsCanceled, ErrorState& ioErrors)
-{
-    return Utility::Check(ioErrors, !inIsCanceled, 0, "Interrupted");
-}
 
 bool gProcessSession(Profiler::Session& ioSession, uint32_t inFlags, const RTTI::Registry& inRegistry, const bool& inIsCanceled,
                      ErrorState& ioErrors)
@@ -32,18 +39,18 @@ bool gProcessSession(Profiler::Session& ioSession, uint32_t inFlags, const RTTI:
     using namespace Profiler;
     if ((inFlags & UpgradeEventStream) != 0 &&
         !gRunStep("Upgrading events", inIsCanceled, ioErrors,
-                  [&](const ProgressFunction& inProgress)
-                  { return ioSession.GetEventStream().UpgradeStream(inIsCanceled, ioErrors, inProgress); }))
+                  [&](const ProgressFunction& inProgress, ErrorState& ioStepErrors)
+                  { return ioSession.GetEventStream().UpgradeStream(inIsCanceled, ioStepErrors, inProgress); }))
         return false;
-    if ((inFlags & RebuildBrokenStacks) != 0 &&
-        !gRunStep("Finding broken stacks", inIsCanceled, ioErrors,
-                  [&](const ProgressFunction& inProgress)
-                  { return ioSession.BuildBrokenStackIndex(inRegistry, ioErrors, inIsCanceled, inProgress); }))
+    if ((inFlags & RebuildBrokenStacks) != 0 && !gFindBrokenStacks(ioSession, inRegistry, inIsCanceled, ioErrors))
         return false;
     constexpr uint32_t modelFlags = ReprocessAllModels | ReprocessSomeModels;
     return (inFlags & modelFlags) == 0 || gRunStep("Building timeline", inIsCanceled, ioErrors,
-                                                   [&](const ProgressFunction& inProgress)
-                                                   { return ioSession.Reprocess(false, ioErrors, inIsCanceled, inProgress); });
+                                                   [&](const ProgressFunction& inProgress, ErrorState& ioStepErrors)
+                                                   {
+                                                       const PassStopper stopper(ioSession, inIsCanceled);
+                                                       return ioSession.Reprocess(false, ioStepErrors, inIsCanceled, inProgress);
+                                                   });
 }
 
 } // namespace Host

@@ -1,19 +1,17 @@
 #include "Host/CommandLine/SummarizeCommand.h"
 
-#include "FileSystem/Path.h"
 #include "Host/CommandLine/Interrupt.h"
 #include "Host/CommandLine/ProgressLine.h"
 #include "Host/CommandLine/SessionPath.h"
 #include "Host/CommandLine/SessionProcessing.h"
 #include "Host/CommandLine/Summary.h"
 #include "Host/CommandLine/SummaryText.h"
-#include "Host/CommandLine/TemporaryFolder.h"
 #include "Host/CommandLine/Workspace.h"
 #include "Session/Events/TraceEventStreamReader.h"
 #include "Session/Pass/EventDispatcher.h"
+#include "Session/Pass/FiberState.h"
 #include "Session/Session.h"
 #include "Session/SessionPaths.h"
-#include "Session/SharedModel.h"
 
 #include <memory>
 
@@ -45,25 +43,18 @@ private:
     const bool& mIsCanceled;
 };
 
-// One pass over the importer's events, for the plugin's models and the one that counts.
+// One pass over the importer's events, for the model that counts.
 bool gSummarizeCapture(const SummarizeOptions& inOptions, Workspace& ioWorkspace, const bool& inIsCanceled, Summary& outSummary,
                        Utility::ErrorState& ioErrors)
 {
     PerfFile file;
-    // The models write files, of which none is to be kept.
-    TemporaryFolder folder;
-    if (!file.Open(inOptions.Path, ioErrors) || !folder.Make(ioErrors))
+    if (!file.Open(inOptions.Path, ioErrors))
         return false;
-    const std::unique_ptr<Profiler::Session> session =
-        ioWorkspace.MakeSession(FileSystem::gCombinePath(folder.GetPath(), "summary.session"));
-    if (!session->CreateModels(ioErrors))
-        return false;
+    const std::unique_ptr<Profiler::Session> session = ioWorkspace.MakeSession(""); // never stored
     CaptureImporter importer(file, *session, ioWorkspace.GetSymbols());
     SummaryModel summaryModel(ioWorkspace.GetPlugin(), *session);
-    std::vector<Profiler::Model*> models = session->GetModels();
-    models.push_back(&summaryModel);
-    Profiler::EventDispatcher dispatcher(*session, session->GetSharedModel()->GetFiberState(), session->GetBrokenStacks(),
-                                         std::move(models));
+    Profiler::OpenBarProcessorFiberState fibers;
+    Profiler::EventDispatcher dispatcher(*session, fibers, session->GetBrokenStacks(), {&summaryModel});
     PassSink sink(*session, dispatcher, inIsCanceled);
     ProgressLine progress("Reading");
     if (!importer.Prepare(ioErrors) || !dispatcher.BeginProcessing(ioErrors) ||
@@ -119,7 +110,6 @@ bool gSummarize(const SummarizeOptions& inOptions, std::string& outText, Utility
     const std::unique_ptr<Workspace> workspace = Workspace::sMake(inOptions.PluginPath, ioErrors);
     if (workspace == nullptr)
         return false;
-    // The models' files go when it is interrupted, too.
     const InterruptScope interrupt;
     Summary summary;
     const bool isDone = gIsSession(inOptions.Path)

@@ -7,6 +7,7 @@
 #include "Host/CommandLine/ProcessCommand.h"
 #include "Host/CommandLine/SummarizeCommand.h"
 #include "Tests/FileSystem/TemporaryDirectory.h"
+#include "Tests/Host/StoredTimeline.h"
 #include "Tests/Support/PerfFileBuilder.h"
 
 #include <gmock/gmock.h>
@@ -14,7 +15,6 @@
 
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace Host
@@ -101,12 +101,11 @@ protected:
                     return store["sound"].GetBool() ? "" : store["text"].GetString();
             return "not listed";
         }
-        // Of all stores whose contents come from the capture, or from its events.
         [[nodiscard]] std::vector<std::string> GetFaultyStores() const
         {
             std::vector<std::string> names;
             for (const auto& store : JSON["stores"].GetArray())
-                if (!store["sound"].GetBool() && std::string_view(store["name"].GetString()) != "models")
+                if (!store["sound"].GetBool())
                     names.emplace_back(store["name"].GetString());
             return names;
         }
@@ -137,6 +136,30 @@ protected:
                 files[name] = ReadFile(inFolder.empty() ? name : inFolder + '/' + name);
         }
         return files;
+    }
+
+    // The same of a session, with what its timeline says instead of the files of that; what a program that was killed left
+    // beside the files that it wrote anew doesn't count.
+    [[nodiscard]] Files ReadStores(const std::string& inFolder) const
+    {
+        Files files = ReadFiles(inFolder);
+        std::erase_if(files,
+                      [](const auto& inFile) { return inFile.first.starts_with("Threads/") || inFile.first.ends_with(".new"); });
+        files.merge(StoredTimeline::sRead(At(inFolder)));
+        return files;
+    }
+
+    // The names of what isn't the same in both.
+    [[nodiscard]] static std::vector<std::string> FindDifferences(const Files& inOne, const Files& inOther)
+    {
+        std::vector<std::string> names;
+        for (const auto& [name, content] : inOne)
+            if (const auto found = inOther.find(name); found == inOther.end() || found->second != content)
+                names.push_back(name);
+        for (const auto& [name, content] : inOther)
+            if (!inOne.contains(name))
+                names.push_back(name);
+        return names;
     }
 
     [[nodiscard]] static std::vector<std::string> GetNames(const Files& inFiles)

@@ -1,4 +1,5 @@
 // What the commands do with a stored session, sound or damaged, here or elsewhere.
+#include "FileSystem/File.h"
 #include "Host/Linux/SymbolCache.h"
 #include "Tests/Host/ElfFixture.h"
 #include "Tests/Host/SessionCommandFixture.h"
@@ -9,6 +10,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <set>
 
 namespace Host
@@ -21,13 +23,22 @@ using namespace testing;
 class SessionCommandsTest : public SessionCommandTest
 {
 protected:
-    // Which store a file of the session belongs to.
-    static const std::map<std::string, std::string>& GetStores()
+    // Which stores a file of the session belongs to. Without all of its files, a timeline isn't looked into.
+    using Stores = std::vector<std::string>;
+    static const std::map<std::string, Stores>& GetStores()
     {
-        static const std::map<std::string, std::string> sStores = {
-            {"CallstackDatabase.dat", "stacks"}, {"Shared/Model.dat", "shared model"}, {"events.dat", "events"},
-            {"events.index", "events"},          {"import.json", "import report"},     {"shop.session", "session"},
-            {"stacks.dat", "broken stacks"},     {"stacks.index", "broken stacks"}};
+        static const std::map<std::string, Stores> sStores = {{"CallstackDatabase.dat", {"stacks"}},
+                                                              {"Shared/Model.dat", {"shared model"}},
+                                                              {"Threads/Find.dat", {"find index", "models"}},
+                                                              {"Threads/Model.dat", {"models"}},
+                                                              {"Threads/ReadyThreads.dat", {"wake-ups", "models"}},
+                                                              {"Threads/Threads.dat", {"timeline", "models"}},
+                                                              {"events.dat", {"events"}},
+                                                              {"events.index", {"events"}},
+                                                              {"import.json", {"import report"}},
+                                                              {"shop.session", {"session"}},
+                                                              {"stacks.dat", {"broken stacks"}},
+                                                              {"stacks.index", {"broken stacks"}}};
         return sStores;
     }
 
@@ -35,6 +46,7 @@ protected:
     {
         EXPECT_FALSE(IsFailure(Import(WriteCapture())));
         mFiles = ReadFiles("shop");
+        mStores = ReadStores("shop");
     }
 
     [[nodiscard]] std::string GetSession() const { return At("shop"); }
@@ -57,12 +69,13 @@ protected:
         return files;
     }
 
-    // But the broken stacks: a search leaves their data of the last one in the file, and goes on behind.
-    [[nodiscard]] static Files WithoutBrokenStacks(Files inFiles)
+    // What isn't as it was imported, but for the broken stacks: a search leaves their data of the last one in the file, and goes
+    // on behind.
+    [[nodiscard]] std::vector<std::string> FindChanges() const
     {
-        inFiles.erase("stacks.dat");
-        inFiles.erase("stacks.index");
-        return inFiles;
+        std::vector<std::string> names = FindDifferences(ReadStores("shop"), mStores);
+        std::erase_if(names, [](const std::string& inName) { return inName.starts_with("stacks."); });
+        return names;
     }
 
     // What info says about a session with one file replaced by other content. It never changes a file.
@@ -77,25 +90,26 @@ protected:
     }
 
     Files mFiles;
+    Files mStores;
 };
 
 // --- Info ---
 
 TEST_F(SessionCommandsTest, InfoSaysWhichFileIsMissing)
 {
-    for (const auto& [name, store] : GetStores())
+    for (const auto& [name, stores] : GetStores())
     {
         SCOPED_TRACE(name);
         std::filesystem::remove(At("shop/" + name));
         const Files before = ReadFiles("shop");
         const Info info = GetInfo(GetSession());
         EXPECT_EQ(ReadFiles("shop"), before);
-        if (store == "session")
+        if (name == "shop.session")
             EXPECT_THAT(info.Failure, StartsWith("There is no session at " + At("shop/shop.session")));
         else
         {
-            EXPECT_THAT(info.GetFaultyStores(), testing::Contains(store));
-            EXPECT_EQ(info.Failure.empty(), store != "events") << info.Failure;
+            EXPECT_THAT(info.GetFaultyStores(), Contains(stores.back()));
+            EXPECT_EQ(info.Failure.empty(), stores.front() != "events") << info.Failure;
         }
         Restore();
     }
@@ -103,7 +117,7 @@ TEST_F(SessionCommandsTest, InfoSaysWhichFileIsMissing)
 
 TEST_F(SessionCommandsTest, InfoSaysWhichFileIsCut)
 {
-    for (const auto& [name, store] : GetStores())
+    for (const auto& [name, stores] : GetStores())
     {
         const std::string& content = mFiles.at(name);
         for (const size_t size : {size_t{0}, content.size() / 3, content.size() - 1})
@@ -114,7 +128,7 @@ TEST_F(SessionCommandsTest, InfoSaysWhichFileIsCut)
             if (name == "import.json" && size == content.size() - 1)
                 EXPECT_THAT(info.GetFaultyStores(), IsEmpty());
             else
-                EXPECT_THAT(info.GetFaultyStores(), testing::Contains(store));
+                EXPECT_THAT(info.GetFaultyStores(), Contains(AnyOfArray(stores)));
             EXPECT_EQ(info.Failure.empty(), info.GetFault("session").empty());
         }
     }
@@ -123,7 +137,7 @@ TEST_F(SessionCommandsTest, InfoSaysWhichFileIsCut)
 // A change that leaves a file readable, as that of a letter in a name, can't be told. Any other is told of the right store.
 TEST_F(SessionCommandsTest, InfoSaysWhichFileIsChanged)
 {
-    for (const auto& [name, store] : GetStores())
+    for (const auto& [name, stores] : GetStores())
     {
         const std::string& content = mFiles.at(name);
         const size_t step = content.size() / 60 + 1;
@@ -137,14 +151,64 @@ TEST_F(SessionCommandsTest, InfoSaysWhichFileIsChanged)
             const std::vector<std::string> faulty = info.GetFaultyStores();
             numTold += faulty.empty() ? 0 : 1;
             std::set<std::string> others(faulty.begin(), faulty.end());
-            others.erase(store);
-            // Without sound events or stacks the session can't be opened.
+            for (const std::string& store : stores)
+                others.erase(store);
+            // Without sound events or stacks the session can't be opened, and without what it was built with no timeline is used.
             others.erase("session");
+            others.erase("models");
             EXPECT_THAT(others, IsEmpty());
             EXPECT_EQ(info.Failure.empty(), info.GetFault("session").empty());
         }
         EXPECT_GT(numTold, 0U) << name;
     }
+}
+
+// Bars are counted without being read.
+TEST_F(SessionCommandsTest, InfoCountsWhatTheTimelineHolds)
+{
+    const auto getNumber = [](const std::string& inBytes, size_t inOffset)
+    {
+        uint64_t number = 0;
+        std::memcpy(&number, inBytes.data() + inOffset, sizeof(number));
+        return number;
+    };
+    std::vector<uint64_t> bars(9);
+    std::vector<uint64_t> entries(9);
+    std::set<std::string> functions;
+    for (const auto& [name, content] : mStores)
+    {
+        const size_t level = name.find("level ");
+        if (name.ends_with(" bars"))
+            bars[name[level + 6] - '0'] += getNumber(content, 0) / 32;
+        else if (name.ends_with(" overview"))
+            entries[name[level + 6] - '0'] += getNumber(content, 9);
+        else if (const size_t function = name.find("function "); function != std::string::npos)
+            functions.insert(name.substr(function));
+    }
+
+    const Info info = GetInfo(GetSession());
+    const auto& timeline = info.JSON["timeline"];
+    uint64_t bytes = 0;
+    uint64_t records = 0;
+    ASSERT_EQ(timeline["levels"].Size(), 9U);
+    for (size_t i = 0; i < 9; ++i)
+    {
+        SCOPED_TRACE(i);
+        const auto& level = timeline["levels"][static_cast<rapidjson::SizeType>(i)];
+        EXPECT_EQ(level["threads"].GetUint64(), 3U);
+        EXPECT_EQ(level["bars"].GetUint64(), bars[i]);
+        EXPECT_EQ(level["entries"].GetUint64(), entries[i]);
+        bytes += level["bytes"].GetUint64();
+        records += level["ready_records"].GetUint64();
+    }
+    EXPECT_GT(bars[0], 0U);
+    EXPECT_EQ(bytes, mFiles.at("Threads/Threads.dat").size());
+    EXPECT_EQ(records, 3U);
+    EXPECT_EQ(timeline["ready_indices"].GetUint64(), 3U);
+    EXPECT_EQ(timeline["find_functions"].GetUint64(), functions.size());
+
+    std::filesystem::remove(At("shop/Threads/Model.dat"));
+    EXPECT_FALSE(GetInfo(GetSession()).JSON.HasMember("timeline"));
 }
 
 // --- Process ---
@@ -153,7 +217,8 @@ TEST_F(SessionCommandsTest, ProcessMakesWhatIsMissing)
 {
     EXPECT_THAT(Process(GetSession()), Not(HasSubstr("broken stacks")));
     EXPECT_EQ(ReadFiles("shop"), mFiles);
-    for (const char* name : {"stacks.dat", "stacks.index", "Shared/Model.dat"})
+    for (const char* name :
+         {"stacks.dat", "stacks.index", "Shared/Model.dat", "Threads/Model.dat", "Threads/Find.dat", "Threads/ReadyThreads.dat"})
         for (const std::string& content : {std::string(), mFiles.at(name).substr(0, mFiles.at(name).size() / 2)})
         {
             SCOPED_TRACE(name);
@@ -161,7 +226,7 @@ TEST_F(SessionCommandsTest, ProcessMakesWhatIsMissing)
             const bool isOfStacks = std::string(name).starts_with("stacks");
             EXPECT_EQ(Process(GetSession()),
                       isOfStacks ? "Found the broken stacks\nBuilt the timeline\n" : "Built the timeline\n");
-            EXPECT_EQ(WithoutBrokenStacks(ReadFiles("shop")), WithoutBrokenStacks(mFiles));
+            EXPECT_THAT(FindChanges(), IsEmpty());
             EXPECT_THAT(GetInfo(GetSession()).GetFaultyStores(), IsEmpty());
         }
 }
@@ -170,14 +235,13 @@ TEST_F(SessionCommandsTest, RebuildMakesAllThatIsDerivedAnewAndTouchesNothingEls
 {
     WriteFile("shop/ViewState/deep/view", "of a viewer");
     WriteFile("shop/notes", "of somebody");
-    const Files expected = ReadFiles("shop");
+    const Files expected = ReadStores("shop");
     WriteFile("shop/Threads/level0", "of an older build");
     WriteFile("shop/Shared/other", "of an older build");
     WriteFile("shop/stacks.index", "damaged");
     EXPECT_EQ(Process(GetSession(), true), "Found the broken stacks\nBuilt the timeline\n");
-    Files files = ReadFiles("shop");
-    std::erase_if(files, [](const auto& inFile) { return inFile.first == "Threads/"; });
-    EXPECT_EQ(files, expected);
+    EXPECT_THAT(FindDifferences(ReadStores("shop"), expected), IsEmpty());
+    EXPECT_THAT(List("shop/Threads"), ElementsAre("Find.dat", "Model.dat", "ReadyThreads.dat", "Threads.dat"));
 }
 
 TEST_F(SessionCommandsTest, ASessionThatCanNotBeOpenedKeepsAllItHas)
@@ -206,7 +270,7 @@ TEST_F(SessionCommandsTest, DamagedEventsEndARebuildAndStayAsTheyAre)
     EXPECT_EQ(ReadCaptured(), captured);
     WriteFile("shop/events.dat", mFiles.at("events.dat"));
     EXPECT_FALSE(IsFailure(Process(GetSession())));
-    EXPECT_EQ(ReadFiles("shop"), mFiles);
+    EXPECT_THAT(FindChanges(), IsEmpty());
 }
 
 TEST_F(SessionCommandsTest, AnInterruptedRebuildIsMadeGoodByTheNext)
@@ -230,8 +294,9 @@ TEST_F(SessionCommandsTest, AnInterruptedRebuildIsMadeGoodByTheNext)
         }
         EXPECT_EQ(text, line < numLines ? "FAILED: Interrupted" : "Found the broken stacks\nBuilt the timeline\n");
         EXPECT_EQ(ReadCaptured(), captured);
+        EXPECT_EQ(FileSystem::gExists(At("shop/Threads/Model.dat")), line >= numLines) << "it is saved at the very end";
         EXPECT_FALSE(IsFailure(Process(GetSession())));
-        ASSERT_EQ(WithoutBrokenStacks(ReadFiles("shop")), WithoutBrokenStacks(mFiles));
+        ASSERT_THAT(FindChanges(), IsEmpty());
         ASSERT_THAT(GetInfo(GetSession()).GetFaultyStores(), IsEmpty());
     } while (line++ < numLines);
     EXPECT_GT(numLines, 20U);
@@ -243,7 +308,7 @@ TEST_F(SessionCommandsTest, TheSampleSessionIsReadable)
     std::filesystem::copy(SAMPLE_SESSION, At("workload"), std::filesystem::copy_options::recursive);
     const Info info = GetInfo(At("workload"));
     EXPECT_EQ(info.Failure, "");
-    EXPECT_THAT(info.GetFaultyStores(), testing::IsEmpty());
+    EXPECT_THAT(info.GetFaultyStores(), ElementsAre("models")) << "to be built";
     const std::string summary = Summarize(At("workload"));
     for (const char* name : {"lock-a", "token-ping", "sleeper", "compute", "__futex_abstimed_wait_common"})
         EXPECT_THAT(summary, HasSubstr(name));

@@ -1,9 +1,7 @@
 // What an import leaves on the disk, however it ends.
 #include "Tests/Host/SessionCommandFixture.h"
+#include "Tests/Host/SmallDisk.h"
 #include "Tests/Host/TerminalWatcher.h"
-
-#include <sys/mount.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <csignal>
@@ -75,8 +73,9 @@ TEST_F(SessionImportTest, WritesASessionWithItsCompanionsAndNothingElse)
     EXPECT_THAT(text, StartsWith(At("shop/shop.session") + "\n0.000 s of 2 processes with 3 threads: "));
     EXPECT_THAT(GetNames(ReadFiles()),
                 ElementsAre("shop.data", "shop/", "shop/CallstackDatabase.dat", "shop/Shared/", "shop/Shared/Model.dat",
-                            "shop/events.dat", "shop/events.index", "shop/import.json", "shop/shop.session", "shop/stacks.dat",
-                            "shop/stacks.index"));
+                            "shop/Threads/", "shop/Threads/Find.dat", "shop/Threads/Model.dat", "shop/Threads/ReadyThreads.dat",
+                            "shop/Threads/Threads.dat", "shop/events.dat", "shop/events.index", "shop/import.json",
+                            "shop/shop.session", "shop/stacks.dat", "shop/stacks.index"));
     EXPECT_THAT(GetInfo(At("shop")).GetFaultyStores(), IsEmpty());
 }
 
@@ -211,40 +210,6 @@ TEST_F(SessionImportTest, ASignalWorksOnceForEachCommand)
 
 // --- Disks that fail ---
 
-// A folder that holds so many bytes and no more: a file system of its own where the tests may mount one. Elsewhere no file may
-// grow beyond that.
-class SmallDisk
-{
-public:
-    SmallDisk(std::string inFolder, size_t inSize) : mFolder(std::move(inFolder))
-    {
-        std::filesystem::create_directories(mFolder);
-        mIsMounted = mount("tmpfs", mFolder.c_str(), "tmpfs", 0, ("size=" + std::to_string(inSize)).c_str()) == 0;
-        if (mIsMounted)
-            return;
-        std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &mLimitBefore);
-        // The largest file has about half of all bytes.
-        const rlimit limit{inSize / 2, mLimitBefore.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~SmallDisk()
-    {
-        if (mIsMounted)
-            umount2(mFolder.c_str(), MNT_DETACH);
-        else
-            setrlimit(RLIMIT_FSIZE, &mLimitBefore);
-    }
-
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-
-private:
-    std::string mFolder;
-    bool mIsMounted = false;
-    rlimit mLimitBefore{};
-};
-
 TEST_F(SessionImportTest, AFullDiskGivesOneClearLineAndLeavesNothing)
 {
     const std::string capture = WriteCapture();
@@ -271,9 +236,8 @@ TEST_F(SessionImportTest, AFullDiskGivesOneClearLineAndLeavesNothing)
 TEST_F(SessionImportTest, AFolderThatVanishesGivesOneClearLine)
 {
     const std::string capture = WriteCapture();
-    Import(capture);
-    const Files before = ReadFiles("shop");
     const size_t numLines = ImportWhile(capture, SIZE_MAX, {}).Lines;
+    const Files before = ReadFiles("shop");
     for (const bool isReplacedByFile : {false, true})
         for (size_t line = 0; line < numLines; line += 7)
         {

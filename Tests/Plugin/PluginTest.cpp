@@ -6,6 +6,7 @@
 #include "Session/Pass/EventDispatcher.h"
 #include "Session/Pass/ModelPlugin.h"
 #include "Session/SharedModel.h"
+#include "Tests/FileSystem/TemporaryDirectory.h"
 #include "Tests/Support/SessionFixture.h"
 #include "Tests/Utility/LogCapture.h"
 #include "Utility/Hash.h"
@@ -37,7 +38,7 @@ const ModuleDescriptor& gGetDescriptor()
     return *static_cast<const ModuleDescriptor*>(dlsym(gLoadLibrary(), "moduleDescriptor"));
 }
 
-class PluginTest : public testing::Test
+class PluginTest : public TemporaryDirectoryTest
 {
 protected:
     PluginTest() : mPlugin(static_cast<ModelPlugin*>(mDescriptor.Plugins->Create("first", "second", this, &mRegistry))) {}
@@ -172,7 +173,7 @@ TEST_F(PluginTest, ObjectsThatThePluginMadeServeTheHost)
 TEST_F(PluginTest, AModelOfThePluginTakesPartInAPassOfTheHost)
 {
     RegisterHostTypes();
-    SessionFixture fixture;
+    SessionFixture fixture(At("capture/capture.session"));
     CallList calls;
     FakeModelPlugin hostPlugin("host", calls);
     fixture.GetPluginManager().ModelPlugins = {mPlugin, &hostPlugin};
@@ -201,11 +202,12 @@ TEST_F(PluginTest, AModelOfThePluginTakesPartInAPassOfTheHost)
     EXPECT_THAT(calls, testing::Contains("host: event 0 at 1"));
     EXPECT_THAT(calls, testing::Not(testing::Contains("host: event 0 at 4"))) << "the thread has ended";
     EXPECT_EQ(calls.back(), "host: save");
+    EXPECT_NE(mPlugin->LoadModel(session), nullptr) << "it is stored";
 }
 
 TEST_F(PluginTest, AMissingModelFileIsOneLogLineAndNoModel)
 {
-    SessionFixture fixture;
+    SessionFixture fixture(At("capture/capture.session"));
     LogCapture log;
     mDescriptor.InitializeTracing(Utility::gGetLogSinks());
     EXPECT_EQ(mPlugin->LoadModel(fixture.GetSession()), nullptr);
