@@ -48,7 +48,7 @@ bool OpenBarProcessorRouter::MoveToChunk(int32_t inIndex)
     if (mChunk && inIndex == mChunkIndex)
         return true;
     // All bars of a thread may close before its chunk is over; the report of the next one is then the first of a later chunk.
-    if (mChunk && CanBeFilled(mChunkIndex))
+    if (mChunk && mChunkIndex < inIndex && CanBeFilled(mChunkIndex))
         HandOver(false);
     else if (!mChunk && inIndex < 0)
         mOwner.Thread.BeginDetailAt(inIndex);

@@ -262,7 +262,7 @@ TEST_F(TimelineFileTest, APassThatIsStoppedFromAnotherThreadSavesNothing)
         const auto stop = [&]
         {
             __atomic_store_n(&mIsCanceled, isCanceled, __ATOMIC_RELEASE);
-            GetSession().StopProcessing();
+            Session::StopProcessing({&GetModel()});
         };
         mObserver.OnCall = [&](const std::string& inCall)
         {
