@@ -18,6 +18,8 @@ template <class IsStopped, class Enter, class Leave>
 void gWalkBarTree(const std::vector<BarChunk::Row>& inRows, const IsStopped& inIsStopped, const Enter& inEnter,
                   const Leave& inLeave)
 {
+    // Each walk comes to a chunk that others have pushed out of the processor's cache.
+    constexpr size_t barsAhead = 4;
     std::vector<size_t> cursors(inRows.size());
     const auto hasChild = [&](size_t inDepth)
     {
@@ -39,7 +41,8 @@ void gWalkBarTree(const std::vector<BarChunk::Row>& inRows, const IsStopped& inI
                 continue;
             }
             inLeave(depth, cursors[depth]);
-            ++cursors[depth];
+            if (const size_t ahead = ++cursors[depth] + barsAhead; ahead < inRows[depth].size())
+                __builtin_prefetch(inRows[depth][ahead]);
             isInTree = depth-- != 0;
         }
     }

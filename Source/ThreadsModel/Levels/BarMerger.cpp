@@ -86,7 +86,7 @@ uint32_t BarMerger::GetParent(const BarChunk& inChunk, size_t inDepth)
 void BarMerger::Enter(const BarChunk& inSource, size_t inDepth, size_t inIndex)
 {
     const Bar& bar = *inSource.GetRows()[inDepth][inIndex];
-    mPlacements[inDepth] = {};
+    mPlacements[inDepth].Merged = nullptr;
     Tail tail{bar.Address, bar.ResolveIndex, BarChunk::sNoContext};
     if (bar.ResolveIndex.IsInstrumented())
         tail.Context = inSource.GetInstrumentationContext({static_cast<int32_t>(inDepth), inIndex});

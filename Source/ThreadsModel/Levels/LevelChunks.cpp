@@ -15,14 +15,16 @@ LevelChunks::LevelChunks(ThreadStreamingManager& ioManager, DetailLODThread& ioT
 {
 }
 
-BarChunk* LevelChunks::Make(int32_t inIndex, size_t inPosition)
+BarChunk* LevelChunks::Find(int32_t inIndex)
 {
-    if (mIsAborted)
+    if (mIsAborted || inIndex < mFirst || inIndex > mLast)
         return nullptr;
-    if (inPosition >= mChunks.size())
-        mChunks.resize(inPosition + 1);
-    mIsAborted = !gGetChunkToFill(mManager, mThread, inIndex, mChunks[inPosition]);
-    return mChunks[inPosition].Get();
+    const auto position = static_cast<size_t>(inIndex - mFirst);
+    if (position >= mChunks.size())
+        mChunks.resize(position + 1);
+    if (!mChunks[position])
+        mIsAborted = !gGetChunkToFill(mManager, mThread, inIndex, mChunks[position]);
+    return mChunks[position].Get();
 }
 
 void LevelChunks::BuildBoundaries()

@@ -30,12 +30,11 @@ public:
     // The chunk of an index. Null for one that there can't be, and once allocating was aborted.
     [[nodiscard]] BarChunk* Get(int32_t inIndex)
     {
-        if (inIndex < mFirst || inIndex > mLast) [[unlikely]]
-            return nullptr;
-        const auto position = static_cast<size_t>(inIndex - mFirst);
-        if (position < mChunks.size() && mChunks[position]) [[likely]]
-            return mChunks[position].Get();
-        return Make(inIndex, position);
+        if (inIndex == mRecentIndex && mRecent != nullptr) [[likely]]
+            return mRecent;
+        mRecentIndex = inIndex;
+        mRecent = Find(inIndex);
+        return mRecent;
     }
 
     // Whether a chunk couldn't be had because the pass is being stopped.
@@ -45,12 +44,14 @@ public:
     void BuildBoundaries();
 
 private:
-    BarChunk* Make(int32_t inIndex, size_t inPosition);
+    BarChunk* Find(int32_t inIndex);
 
     ThreadStreamingManager& mManager;
     DetailLODThread& mThread;
     int32_t mFirst;
     int32_t mLast;
+    int32_t mRecentIndex = 0;
+    BarChunk* mRecent = nullptr; // that was asked for last: most bars lie in the chunk of the one before
     bool mIsAborted = false;
     std::vector<TypedChunkHandle<BarChunk>> mChunks; // from mFirst on; empty handles for those that no bar has touched
 };
