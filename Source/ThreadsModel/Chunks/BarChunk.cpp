@@ -16,6 +16,9 @@ namespace
 constexpr size_t sFirstBlockSize = 4096;
 // A bar that spans a hundred thousand chunks of a level needs as many, with one bar each.
 constexpr size_t sFirstPiece = 256;
+
+// Grown from one bar on, rows would take an allocation for nearly every bar.
+constexpr size_t sFirstRowSize = 16;
 constexpr float sBlockGrowth = 1.5F;
 
 // A chunk that was read gets all its memory at once.
@@ -83,7 +86,7 @@ Bar* BarChunk::AddBar(int32_t inDepth, uint32_t inParentIndex, uint64_t inAddres
     if (depth > mRows.size())
         return nullptr;
     if (depth == mRows.size())
-        mRows.emplace_back();
+        mRows.emplace_back().reserve(sFirstRowSize);
 
     Bar* bar = new (mArena->Allocate(sizeof(Bar))) Bar;
     bar->Start = inStart;

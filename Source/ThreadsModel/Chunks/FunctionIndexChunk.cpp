@@ -8,6 +8,9 @@ namespace Profiler
 namespace
 {
 
+// Grown from one bar on, lists would take an allocation for nearly every bar.
+constexpr size_t sFirstListSize = 8;
+
 constexpr size_t sEntrySize = sizeof(uint32_t) + sizeof(uint64_t);
 
 // A function without bars.
@@ -22,7 +25,10 @@ void FunctionIndexChunk::Build(const std::vector<BarChunk::Row>& inRows, const b
         [&](size_t inDepth, size_t inIndex)
         {
             const Bar& bar = *inRows[inDepth][inIndex];
-            mFunctions[{bar.Address, bar.ResolveIndex}].push_back({static_cast<uint32_t>(inDepth), inIndex});
+            BarList& bars = mFunctions[{bar.Address, bar.ResolveIndex}];
+            if (bars.empty())
+                bars.reserve(sFirstListSize);
+            bars.push_back({static_cast<uint32_t>(inDepth), inIndex});
         },
         [](size_t, size_t) {});
 }
