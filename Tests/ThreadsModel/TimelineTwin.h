@@ -27,7 +27,8 @@ struct TimelineTwinPass
 };
 
 // A line or two for each difference, and nothing if there is none. Threads of the session are left as they are; its zones are
-// entered once more. REQUIRES: the model is finished or was loaded, and no pass runs.
+// entered once more. REQUIRES: the model is finished or was loaded, no pass runs, and
+// the session's scheduler has workers.
 [[nodiscard]] std::string gFindTimelineDifferences(Session& ioSession, ThreadsModel& ioModel, const TimelineTwinPass& inPass);
 
 } // namespace Profiler
