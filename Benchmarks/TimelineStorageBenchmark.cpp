@@ -175,7 +175,8 @@ std::unique_ptr<BarChunk> gMakeFullRows(int32_t inNumRows, int inNumBars, bool i
         {
             const std::vector<double>& row = starts[static_cast<size_t>(depth)];
             uint64_t index = 0;
-            chunk->AddBar(depth, static_cast<uint32_t>(i), 0x1000, {}, 0, index, row[i], row[i + 1]);
+            const uint32_t parent = depth == 0 ? Bar::sNoParent : static_cast<uint32_t>(i);
+            chunk->AddBar(depth, parent, 0x1000, {}, 0, index, row[i], row[i + 1]);
         }
     }
     if (!inIsRead)
