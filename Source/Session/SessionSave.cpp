@@ -5,6 +5,7 @@
 #include "Session/Session.h"
 #include "Session/SharedModel.h"
 
+#include <algorithm>
 #include <array>
 
 namespace Profiler
@@ -20,13 +21,17 @@ bool Session::SaveSession(Utility::ErrorState& ioErrors)
     return mEventStream->FlushStream(ioErrors) && SaveCallstacks(ioErrors) && SaveSessionFile(ioErrors);
 }
 
+// In the order of the models, also where they come from several passes.
 bool Session::SaveModels(Utility::ErrorState& ioErrors)
 {
-    while (!mModelsToSave.empty())
+    for (Model* model : mModels)
     {
-        if (!mModelsToSave.front()->SaveModel(ioErrors))
+        const auto waiting = std::find(mModelsToSave.begin(), mModelsToSave.end(), model);
+        if (waiting == mModelsToSave.end())
+            continue;
+        if (!model->SaveModel(ioErrors))
             return false;
-        mModelsToSave.erase(mModelsToSave.begin());
+        mModelsToSave.erase(waiting);
     }
     return true;
 }
