@@ -62,11 +62,23 @@ inline void gPackBar(const Bar& inBar, uint8_t* outBytes)
     std::memcpy(outBytes + sPackedResolveIndexOffset, &inBar.ResolveIndex.Index, sizeof(uint32_t));
 }
 
-inline void gUnpackBar(const uint8_t* inBytes, Bar& outBar)
+template <class Field>
+Field gReadPacked(const uint8_t* inBytes)
 {
-    std::memcpy(reinterpret_cast<uint8_t*>(&outBar) + offsetof(Bar, Start), inBytes + sPackedSpanOffset, sPackedSpanSize);
-    std::memcpy(&outBar.ParentIndex, inBytes, sizeof(uint32_t));
-    std::memcpy(&outBar.ResolveIndex.Index, inBytes + sPackedResolveIndexOffset, sizeof(uint32_t));
+    Field field;
+    std::memcpy(&field, inBytes, sizeof(field));
+    return field;
+}
+
+// Field by field, so that nothing is written to memory only to be read again: the stall would take longer than all the rest.
+inline Bar gUnpackBar(const uint8_t* inBytes)
+{
+    const uint8_t* span = inBytes + sPackedSpanOffset;
+    return {.Start = gReadPacked<double>(span),
+            .End = gReadPacked<double>(span + sizeof(double)),
+            .Address = gReadPacked<uint64_t>(span + 2 * sizeof(double)),
+            .ParentIndex = gReadPacked<uint32_t>(inBytes),
+            .ResolveIndex = {gReadPacked<uint32_t>(inBytes + sPackedResolveIndexOffset)}};
 }
 
 } // namespace Profiler

@@ -37,8 +37,8 @@ constexpr size_t sBarsAhead = 8;
 
 void gReadBoundary(const uint8_t* inBytes, BarBoundary& outBoundary)
 {
-    gUnpackBar(inBytes, outBoundary.First);
-    gUnpackBar(inBytes + sPackedBarSize, outBoundary.Last);
+    outBoundary.First = gUnpackBar(inBytes);
+    outBoundary.Last = gUnpackBar(inBytes + sPackedBarSize);
     std::memcpy(&outBoundary.BarCount, inBytes + 2 * sPackedBarSize, sizeof(uint32_t));
 }
 
@@ -254,8 +254,7 @@ bool BarChunk::ReadRow(Utility::ByteCursor& ioCursor, size_t inDepth)
     bool isSound = true;
     for (size_t i = 0; i < count; ++i, packed += sPackedBarSize)
     {
-        Bar* bar = new (bars + i) Bar;
-        gUnpackBar(packed, *bar);
+        Bar* bar = new (bars + i) Bar(gUnpackBar(packed));
         isSound &= inDepth == 0 ? bar->ParentIndex == Bar::sNoParent : bar->ParentIndex < numParents;
         row.push_back(bar);
     }
