@@ -244,6 +244,7 @@ private:
 
     [[nodiscard]] bool DispatchCapturedEvents(TraceEventStreamReader& ioReader, Utility::ErrorState& ioErrors,
                                               const bool& inIsCanceled, const Utility::ProgressFunction& inProgress);
+    [[nodiscard]] bool BeginPass(const std::vector<Model*>& inModels, bool inFillsSharedModel, Utility::ErrorState& ioErrors);
     void MarkUnbuilt(const std::vector<Model*>& inModels);
     void CompleteThreads();
 
@@ -265,7 +266,8 @@ private:
     std::vector<Model*> mUnbuiltModels;     // those that no finished pass has built; nothing stored is trusted until it is empty
     std::vector<Model*> mModelsToSave;      // those of finished passes, until they are saved
     std::unique_ptr<SharedModel> mSharedModel;
-    std::unique_ptr<OpenBarProcessorFiberState> mUnkeptFibers; // of a pass without models
+    std::unique_ptr<OpenBarProcessorFiberState> mUnkeptFibers; // of a pass that doesn't fill the shared model
+    bool mFillsSharedModel = false;                            // the pass that runs, or ran last
     bool mIsSharedModelSound = false;                          // it was loaded, or comes from a pass that was finished
     std::unique_ptr<TraceEventStream> mEventStream;            // never null
     BrokenStackHolder mBrokenStacks;

@@ -58,18 +58,23 @@ bool Session::BeginProcessing(Utility::ErrorState& ioErrors)
     return BeginProcessing(mModels, ioErrors);
 }
 
+// A pass for no model of several leaves the shared model of the pass before, and all that it has to save: what it sees of fibers
+// mustn't be added to what is known of them already.
 bool Session::BeginProcessing(const std::vector<Model*>& inModels, Utility::ErrorState& ioErrors)
+{
+    return BeginPass(inModels, !inModels.empty() || mModels.empty(), ioErrors);
+}
+
+bool Session::BeginPass(const std::vector<Model*>& inModels, bool inFillsSharedModel, Utility::ErrorState& ioErrors)
 {
     mDispatcher.reset(); // of a pass that failed
     if (mSharedModel == nullptr)
         mSharedModel = std::make_unique<SharedModel>(*this);
-    // A pass starts with an empty shared model. One for no model of several leaves that of the pass before, and all that it has
-    // to save: what it sees of fibers mustn't be added to what is known of them already.
-    const bool isForShared = !inModels.empty() || mModels.empty();
+    mFillsSharedModel = inFillsSharedModel;
     mUnkeptFibers = std::make_unique<OpenBarProcessorFiberState>();
-    OpenBarProcessorFiberState& fibers = isForShared ? mSharedModel->GetFiberState() : *mUnkeptFibers;
+    OpenBarProcessorFiberState& fibers = inFillsSharedModel ? mSharedModel->GetFiberState() : *mUnkeptFibers;
     fibers = OpenBarProcessorFiberState();
-    mIsSharedModelSound = mIsSharedModelSound && !isForShared;
+    mIsSharedModelSound = mIsSharedModelSound && !inFillsSharedModel;
     MarkUnbuilt(inModels);
     mModelsOfPass = inModels;
     mDispatcher = std::make_unique<EventDispatcher>(*this, fibers, mBrokenStacks, inModels);
@@ -135,7 +140,8 @@ bool Session::Reprocess(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, c
         if (!model->PrepareReprocess(ioErrors))
             return false;
     }
-    if (!BeginProcessing(mModelsToReprocess, ioErrors))
+    // Without a model to rebuild it reads no event, so it can't fill anything.
+    if (!BeginPass(mModelsToReprocess, !mModelsToReprocess.empty(), ioErrors))
         return false;
 
     const double start = Utility::gGetMonotonicSeconds();
@@ -178,7 +184,7 @@ bool Session::FinishPass(bool inKeepsSymbolHash, Utility::ErrorState& ioErrors, 
         std::erase(mModelsToReprocess, model);
     }
     mModelsToSave.insert(mModelsToSave.end(), mModelsOfPass.begin(), mModelsOfPass.end());
-    if (!mModelsOfPass.empty() || mModels.empty())
+    if (mFillsSharedModel)
         mIsSharedModelSound = mUnbuiltModels.empty();
     return SaveSession(ioErrors);
 }

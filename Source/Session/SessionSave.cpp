@@ -5,7 +5,6 @@
 #include "Session/Session.h"
 #include "Session/SharedModel.h"
 
-#include <algorithm>
 #include <array>
 
 namespace Profiler
@@ -21,17 +20,13 @@ bool Session::SaveSession(Utility::ErrorState& ioErrors)
     return mEventStream->FlushStream(ioErrors) && SaveCallstacks(ioErrors) && SaveSessionFile(ioErrors);
 }
 
-// In the order of the models, also where they come from several passes.
 bool Session::SaveModels(Utility::ErrorState& ioErrors)
 {
-    for (Model* model : mModels)
+    while (!mModelsToSave.empty())
     {
-        const auto waiting = std::find(mModelsToSave.begin(), mModelsToSave.end(), model);
-        if (waiting == mModelsToSave.end())
-            continue;
-        if (!model->SaveModel(ioErrors))
+        if (!mModelsToSave.front()->SaveModel(ioErrors))
             return false;
-        mModelsToSave.erase(waiting);
+        mModelsToSave.erase(mModelsToSave.begin());
     }
     return true;
 }

@@ -347,6 +347,17 @@ TEST_F(SessionPassTest, FiberStatesAreStoredAndEmptyAtTheNextPass)
     session = Load();
     ASSERT_NE(session, nullptr);
     EXPECT_EQ(session->GetSharedModel()->GetFiberState().GetNumStates(), 1U);
+    // A host without models has nothing to rebuild, and leaves what is stored.
+    std::vector<ModelPlugin*> withoutModels;
+    mFixture.GetPluginManager().ModelPlugins.swap(withoutModels);
+    session = Load();
+    ASSERT_NE(session, nullptr);
+    EXPECT_TRUE(Reprocess(*session));
+    mFixture.GetPluginManager().ModelPlugins.swap(withoutModels);
+    session = Load();
+    ASSERT_NE(session, nullptr);
+    EXPECT_EQ(session->GetSharedModel()->GetFiberState().GetNumStates(), 1U);
+
     ASSERT_TRUE(GetSession().CreateModels(mErrors));
     EXPECT_EQ(GetSession().GetSharedModel()->GetFiberState().GetNumStates(), 0U);
     EXPECT_THAT(List("game/Shared"), IsEmpty());
