@@ -41,6 +41,7 @@ DetailLOD::DetailLOD(Session& inSession) : mSession(inSession) {}
 
 DetailLODThread& DetailLOD::GetOrCreateThread(ThreadID inThreadID, ThreadStreamingManager& ioManager)
 {
+    const System::MutexLock lock(mMutex);
     std::unique_ptr<DetailLODThread>& thread = mThreads[inThreadID];
     if (thread == nullptr)
     {
@@ -52,12 +53,14 @@ DetailLODThread& DetailLOD::GetOrCreateThread(ThreadID inThreadID, ThreadStreami
 
 DetailLODThread* DetailLOD::GetThread(ThreadID inThreadID) const
 {
+    const System::MutexLock lock(mMutex);
     const auto found = mThreads.find(inThreadID);
     return found != mThreads.end() ? found->second.get() : nullptr;
 }
 
 bool DetailLOD::IsSound() const
 {
+    const System::MutexLock lock(mMutex);
     return std::isfinite(mThreshold) && std::isfinite(mChunkLength) && mChunkLength >= 1.0F &&
            std::all_of(mThreads.begin(), mThreads.end(),
                        [](const auto& inEntry)
@@ -66,6 +69,7 @@ bool DetailLOD::IsSound() const
 
 void DetailLOD::BindThreads(ThreadStreamingManager& ioManager)
 {
+    const System::MutexLock lock(mMutex);
     // A damaged file may name threads and not have them, or have others.
     std::erase_if(mThreads, [](const auto& inEntry)
                   { return inEntry.second == nullptr || inEntry.second->GetThreadID() != inEntry.first; });

@@ -1,12 +1,13 @@
 // One of the nine levels of detail of a timeline. Level 0 holds the bars as they were recorded; each further one the same span of
 // time with short bars merged away and coarser buckets of states, so that a view of long spans reads few records.
 //
-// Threads: the map of threads changes on the thread that runs the pass alone; jobs get the objects that they need handed to them.
-// Ownership: the model, in order of the levels. Invariant: a DetailLODThread lives as long as its level.
+// Threads: any thread may ask for a DetailLODThread; only the one of the pass makes them. Ownership: the model, in order of the
+// levels. Invariant: a DetailLODThread never moves, and lives as long as its level.
 #pragma once
 
 #include "RTTI/Declare.h"
 #include "Session/Events/TraceEvent.h"
+#include "System/Mutex.h"
 #include "ThreadsModel/DetailLODThread.h"
 #include "ThreadsModel/LODThresholds.h"
 
@@ -68,7 +69,8 @@ private:
     int32_t mLevel = sNoLevel;
     float mThreshold = 0.0F;
     float mChunkLength = 0.0F;
-    std::unordered_map<ThreadID, std::unique_ptr<DetailLODThread>> mThreads;
+    mutable System::Mutex mMutex;
+    std::unordered_map<ThreadID, std::unique_ptr<DetailLODThread>> mThreads GUARDED_BY(mMutex);
     EMode mMode = EMode::Uncompressed;
 };
 

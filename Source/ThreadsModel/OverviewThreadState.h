@@ -15,10 +15,15 @@
 namespace Profiler
 {
 
+class DetailLODThread;
+struct ThreadData;
+
 struct OverviewThreadState
 {
     static constexpr int32_t sNoChunk = std::numeric_limits<int32_t>::min(); // no time falls in it
 
+    DetailLODThread* LODThread = nullptr;                     // of the finest level, from the first span on
+    ThreadData* Totals = nullptr;                             // of the thread, likewise
     TypedChunkHandle<OverviewChunk> Chunk;                    // of the finest level, that is being filled
     int32_t ChunkIndex = sNoChunk;                            // sNoChunk until a span was added
     bool HasSpans = false;                                    // spans were told of, also such as couldn't be added

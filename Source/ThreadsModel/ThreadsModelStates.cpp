@@ -163,7 +163,7 @@ bool ThreadsModel::FinishOverview(ThreadID inThread, OverviewThreadState& ioStat
     {
         std::vector<TypedChunkHandle<OverviewChunk>> handles;
         handles.push_back(ioState.Chunk);
-        BuildLOD0OverviewDerivedData(std::move(handles), GetDetailLOD(0).GetOrCreateThread(inThread, *mStreamingManager), true);
+        BuildLOD0OverviewDerivedData(std::move(handles), *ioState.LODThread, true);
     }
     ioState.Chunk = {};
     return true;
@@ -172,8 +172,12 @@ bool ThreadsModel::FinishOverview(ThreadID inThread, OverviewThreadState& ioStat
 // A span is cut once at most: one over many chunks has an entry in its first and one in its last, and none in between.
 void ThreadsModel::AddThreadStateRange(OverviewThreadState& ioState, ThreadID inThread, const StateSpan& inSpan)
 {
-    DetailLODThread& thread = GetDetailLOD(0).GetOrCreateThread(inThread, *mStreamingManager);
-    ThreadData& data = GetOrCreateThreadData(inThread);
+    if (ioState.LODThread == nullptr)
+    {
+        ioState.LODThread = &GetDetailLOD(0).GetOrCreateThread(inThread, *mStreamingManager);
+        ioState.Totals = &GetOrCreateThreadData(inThread);
+    }
+    DetailLODThread& thread = *ioState.LODThread;
     ioState.HasSpans = true;
     // Stored threads and sessions may have any times.
     if (!gIsPlaceableTime(sLevel0ChunkLengthMs, inSpan.Start) || !gIsPlaceableTime(sLevel0ChunkLengthMs, inSpan.End))
@@ -182,8 +186,8 @@ void ThreadsModel::AddThreadStateRange(OverviewThreadState& ioState, ThreadID in
         return;
     }
     const double length = inSpan.End - inSpan.Start;
-    data.TotalTime += length;
-    data.StateTimes[static_cast<size_t>(inSpan.State)] += length;
+    ioState.Totals->TotalTime += length;
+    ioState.Totals->StateTimes[static_cast<size_t>(inSpan.State)] += length;
 
     const int32_t first = ChunkIndexOfTime(sLevel0ChunkLengthMs, inSpan.Start);
     const int32_t last = ChunkIndexOfTime(sLevel0ChunkLengthMs, inSpan.End);
