@@ -198,6 +198,7 @@ private:
     PendingBuilds<OverviewChunk> mPendingOverviewBuilds;
     std::unique_ptr<FindProcessingModel> mFindProcessing; // from BeginProcessing until the model is saved
     LeftOutCounts mLeftOut;                               // without MergedBars
+    bool mIsComplete = false;                             // the pass came to its end before anybody stopped it
 
     // Have their own synchronization
     std::atomic<uint64_t> mNumLeftOutMergedBars = 0;

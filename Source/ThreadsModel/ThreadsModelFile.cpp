@@ -21,7 +21,7 @@ constexpr uint32_t sNoCode = 0;
 
 bool ThreadsModel::SaveModel(Utility::ErrorState& ioErrors)
 {
-    if (!Utility::Check(ioErrors, !mIsStopped.load(), sNoCode, "The timeline isn't saved, since its pass was stopped") ||
+    if (!Utility::Check(ioErrors, mIsComplete, sNoCode, "The timeline isn't saved, since its pass was stopped") ||
         !FinishFiles(ioErrors))
         return false;
     mFindProcessing.reset();

@@ -72,6 +72,7 @@ bool ThreadsModel::BeginProcessing(Utility::ErrorState& ioErrors)
         const System::MutexLock lock(mStopMutex);
         mReadyProcessing.swap(readyProcessing);
     }
+    readyProcessing.reset(); // that of a pass that failed has the same file open
     return opened.OpenFile(ioErrors);
 }
 
@@ -126,7 +127,10 @@ bool ThreadsModel::FinishProcessing(Utility::ErrorState& ioErrors, const bool& i
     DropPassState();
     LogLeftOut();
     // Only then is every chunk on disk.
-    return mStreamingManager->FlushChunks(ioErrors);
+    if (!mStreamingManager->FlushChunks(ioErrors))
+        return false;
+    mIsComplete = !mIsStopped.load();
+    return true;
 }
 
 // Every thread has a place at every level. One without any switch ran for its whole life if it was ever sampled, and else waited.
