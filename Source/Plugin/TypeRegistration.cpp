@@ -49,7 +49,8 @@ void gRegisterSerializationTypes(RTTI::Registry& ioRegistry)
 
 void gRegisterTimelineTypes(RTTI::Registry& ioRegistry)
 {
-    gRegisterAll<ThreadsModel, ThreadData, DetailLOD, DetailLODThread, ChunkTable, ChunkDescription, ChunkLayout>(ioRegistry);
+    gRegisterAll<ThreadsModel, ThreadData, DetailLOD, DetailLODThread, ChunkTable, ChunkDescription, ChunkLayout, FindQuery,
+                 FindQuery::SearchItem, FindFunctionsQuery, FindCallstacksQuery>(ioRegistry);
 }
 
 } // namespace

@@ -214,6 +214,7 @@ public:
     // --- The rest ---
 
     [[nodiscard]] ModuleDatabase& GetModuleDatabase() { return mModuleDatabase; }
+    [[nodiscard]] const ModuleDatabase& GetModuleDatabase() const { return mModuleDatabase; }
     [[nodiscard]] SessionInfo& GetSessionInfo() { return *mInfo; }
     [[nodiscard]] const SessionInfo& GetSessionInfo() const { return *mInfo; }
     [[nodiscard]] TraceEventStream& GetEventStream() { return *mEventStream; }

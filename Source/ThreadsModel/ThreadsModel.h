@@ -7,17 +7,19 @@
 //
 // The class is spread over files by what they do: ThreadsModelPass.cpp makes and ends it and runs a pass,
 // ThreadsModelStates.cpp has the state lane, ThreadsModelLevels.cpp starts the jobs of the coarser levels, ThreadsModelFile.cpp
-// saves and loads.
+// saves and loads, ThreadsModelQueries.cpp answers what was on a stack at a time.
 //
-// Threads: the thread of the pass, or the owner's when there is none; StopProcessing may come from any at any time. The maps have
-// no lock: jobs get pointers to records, which stay where they are while a map grows. Ownership: the session's. Invariant: every
-// record that a job was given outlives the job.
+// Threads: queries from any. Everything else: the thread of the pass, or the owner's when there is none; StopProcessing may come
+// from any at any time. The maps have no lock: jobs get pointers to records, which stay where they are while a map grows.
+// Ownership: the session's. Invariant: every record that a job was given outlives the job.
 #pragma once
 
 #include "RTTI/Declare.h"
 #include "Serialization/ReaderErrorState.h"
+#include "Session/Modules/ModuleDatabase.h"
 #include "Session/Pass/Model.h"
 #include "Session/Processes/ThreadState.h"
+#include "System/Job.h"
 #include "System/Mutex.h"
 #include "ThreadsModel/DetailLOD.h"
 #include "ThreadsModel/Find/FindModel.h"
@@ -31,6 +33,7 @@
 #include "ThreadsModel/ThreadStreamingManager.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -96,6 +99,37 @@ public:
 
     // Of the last pass, once it has ended.
     [[nodiscard]] LeftOutCounts GetLeftOutCounts() const;
+
+    // --- Queries of a finished model, from any thread ---
+    //
+    // A query is a job, since its chunk may have to be read. It calls back once, from a worker; with nothing, if there is nothing
+    // to find; and never, if it is cancelled. Each takes the handle of the query whose place it takes, which it cancels, so that
+    // at most one of such a chain runs; an invalid handle begins a chain. Whoever began one ends it with CancelStackJobs, at the
+    // latest before the model goes.
+
+    // A frame of a stack of a wait.
+    struct BlockingStackFrame
+    {
+        Profiler::Bar Bar; // of the finest level, in the chunk of the time
+        ResolvedFunctionInfo Function;
+    };
+
+    // The bars of a thread at a time in milliseconds, root first.
+    System::JobHandle FindStack(ThreadID inThread, double inTime, System::JobHandle inPrevious,
+                                const std::function<void(std::vector<Bar>)>& inCallback) const;
+
+    // The frames of the thread at the time, root first, and how long the leaf's bar lasts within its chunk, in milliseconds, if
+    // the bars agree with the stack; no frame and 0.0 if they don't. Where it is clear at once that they can't, it calls back
+    // before it returns the invalid handle.
+    System::JobHandle
+    GetBlockingCallstackAsync(ThreadID inThread, CallstackKey inStack, double inTime, System::JobHandle inPrevious,
+                              const std::function<void(std::vector<BlockingStackFrame>, double)>& inCallback) const;
+
+    // Cancels all queries of a chain, and returns when they have ended.
+    void CancelStackJobs(System::JobHandle inJob) const;
+
+    // From the start of the first thread to the end of the last one, in milliseconds.
+    void GetTimeRange(double& outStart, double& outEnd) const;
 
     // --- A pass, in order ---
 
@@ -182,6 +216,9 @@ private:
     [[nodiscard]] bool FinishFiles(Utility::ErrorState& ioErrors);
     [[nodiscard]] bool FinishLoading(Serialization::ReaderErrorState& ioErrors);
     [[nodiscard]] bool IsSound() const;
+
+    // The queries (ThreadsModelQueries.cpp)
+    [[nodiscard]] bool ReadStack(ThreadID inThread, double inTime, const bool& inIsCanceled, std::vector<Bar>& outStack) const;
 
     std::unique_ptr<ThreadStreamingManager> mStreamingManager;
     DetailLODList mThreadDetailLODs;

@@ -32,7 +32,8 @@ ThreadsModel::ThreadsModel(ModelPlugin& inPlugin, Session& inSession)
     : Model(inPlugin, inSession),
       mStreamingManager(std::make_unique<ThreadStreamingManager>(
           sGetPath(inSession, "Threads.dat"), sGetPath(inSession, "ReadyThreads.dat"), inSession.GetJobScheduler())),
-      mReadyThreadData(*mStreamingManager)
+      mReadyThreadData(*mStreamingManager),
+      mFindModel(*this, *mStreamingManager, inSession.GetJobScheduler())
 {
     // What can't be made is told by whoever opens the first file in it.
     static_cast<void>(FileSystem::gCreateDirectories(GetPath("")));
@@ -42,6 +43,7 @@ ThreadsModel::ThreadsModel(ModelPlugin& inPlugin, Session& inSession)
 // Jobs use what the members hold, and may wait for memory.
 ThreadsModel::~ThreadsModel()
 {
+    mFindModel.CancelAllFinds();
     std::vector<System::JobHandle> jobs;
     gCollectJobs(mPendingDetailBuilds, jobs);
     gCollectJobs(mPendingOverviewBuilds, jobs);

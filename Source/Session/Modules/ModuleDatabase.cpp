@@ -280,6 +280,28 @@ ResolvedFunctionInfo ModuleDatabase::sMakeInfo(const Module& inModule, const Fun
     return info;
 }
 
+ResolvedFunctionInfo ModuleDatabase::FindKnownFunction(uint64_t inAddress, int32_t inProcessID, double inTimeMs) const
+{
+    FrameRun run;
+    static_cast<void>(FindRuns({&inAddress, 1}, 0, inProcessID, inTimeMs, {&run, 1}));
+    if (const NativeModule* module = run.Found.Module; module != nullptr)
+    {
+        const uint64_t base = module->GetBase(run.Found.ImageBase);
+        const Function function = module->FindCachedFunction(inAddress - base);
+        ResolvedFunctionInfo info = sMakeInfo(*module, function, inAddress - base, {module->GetIndex()});
+        info.AbsoluteAddress = inAddress;
+        if (function.IsKnown())
+            info.FunctionAbsoluteAddress = function.RelativeAddress + base;
+        return info;
+    }
+    ResolvedFrame frame;
+    FillFrameOutsideNativeModules(frame, inAddress, inProcessID, inTimeMs);
+    ResolvedFunctionInfo info = GetResolvedFunction(frame.RelativeAddress, frame.ResolveIndex);
+    info.AbsoluteAddress = inAddress;
+    info.FunctionAbsoluteAddress = frame.FunctionAbsoluteAddress;
+    return info;
+}
+
 ResolvedFunctionInfo ModuleDatabase::GetResolvedFunction(uint64_t inRelativeAddress, ResolveIndex inIndex) const
 {
     const uint32_t position = inIndex.Index & ResolveIndex::sIndexMask;

@@ -100,6 +100,9 @@ public:
     [[nodiscard]] ResolvedFrame ResolveFrame(uint64_t inAddress, int32_t inProcessID, double inTimeMs,
                                              PlatformSession* inPlatform);
 
+    // The function at an absolute address, of those that are known so far. Fetches no symbols.
+    [[nodiscard]] ResolvedFunctionInfo FindKnownFunction(uint64_t inAddress, int32_t inProcessID, double inTimeMs) const;
+
     // The function of a stored address. A class that doesn't exist gives an empty record with the index all ones.
     [[nodiscard]] ResolvedFunctionInfo GetResolvedFunction(uint64_t inRelativeAddress, ResolveIndex inIndex) const;
 

@@ -14,6 +14,9 @@ namespace Profiler
 // Stands for "no function" and "no address" in relative and absolute addresses.
 inline constexpr uint64_t sNoAddress = 0xFFFFFFFFFFFFFFFF;
 
+// The address of the bar that stands for the frames that a cut-short stack lacks. Its index is of the unknown class.
+inline constexpr uint64_t sPlaceholderAddress = 0xFFFFFFFFFFFFFFFE;
+
 // A packed 32-bit index:
 //
 //    31 30 | 29    26 | 25           | 24             0
@@ -55,6 +58,18 @@ struct ResolvedAddressHash
     size_t operator()(const ResolvedAddress& inAddress) const
     {
         return (inAddress.ResolveIndex.Index & ResolveIndex::sComparedMask) ^ inAddress.RelativeAddress;
+    }
+};
+
+// The order in which functions are searched: by address, and then by the bits of the index that comparisons look at.
+struct ResolvedAddressOrder
+{
+    bool operator()(const ResolvedAddress& inOne, const ResolvedAddress& inOther) const
+    {
+        if (inOne.RelativeAddress != inOther.RelativeAddress)
+            return inOne.RelativeAddress < inOther.RelativeAddress;
+        return (inOne.ResolveIndex.Index & ResolveIndex::sComparedMask) <
+               (inOther.ResolveIndex.Index & ResolveIndex::sComparedMask);
     }
 };
 

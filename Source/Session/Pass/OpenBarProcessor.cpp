@@ -13,8 +13,6 @@ namespace Profiler
 namespace
 {
 
-// The identity of the bar that stands for the frames that a cut-short stack lacks.
-constexpr uint64_t sPlaceholderAddress = 0xFFFFFFFFFFFFFFFE;
 constexpr ResolveIndex sPlaceholderIndex{ResolveIndex::sUnknownClass};
 
 constexpr uint8_t sThreadAliveAtEnd = 1; // EndFlag

@@ -34,6 +34,12 @@ struct Bar
 };
 static_assert(sizeof(Bar) == 32);
 
+// What the bar shows. Comparisons leave the carry out.
+[[nodiscard]] inline ResolvedAddress gGetFunction(const Bar& inBar)
+{
+    return {inBar.Address, inBar.ResolveIndex};
+}
+
 // The first and the last bar of a row, and its length, so that some questions need no more of a chunk.
 struct BarBoundary
 {

@@ -25,7 +25,7 @@ void FunctionIndexChunk::Build(const std::vector<BarChunk::Row>& inRows, const b
         [&](size_t inDepth, size_t inIndex)
         {
             const Bar& bar = *inRows[inDepth][inIndex];
-            BarList& bars = mFunctions[{bar.Address, bar.ResolveIndex}];
+            BarList& bars = mFunctions[gGetFunction(bar)];
             if (bars.empty())
                 bars.reserve(sFirstListSize);
             bars.push_back({static_cast<uint32_t>(inDepth), inIndex});

@@ -4,7 +4,6 @@
 #include "Utility/Hash.h"
 
 #include <algorithm>
-#include <tuple>
 
 namespace Profiler
 {
@@ -112,10 +111,9 @@ std::vector<FindFunctionEntry> FindModel::ReadThreadFunctions(EFindSet inSet, Th
         entry.NumRanges = cursor.Read<uint32_t>();
         entry.NumChunks = cursor.Read<uint32_t>();
     }
-    const auto key = [](const FindFunctionEntry& inEntry)
-    { return std::tuple(inEntry.Function.RelativeAddress, inEntry.Function.ResolveIndex.Index & ResolveIndex::sComparedMask); };
     std::sort(functions.begin(), functions.end(),
-              [&](const auto& inOne, const auto& inOther) { return key(inOne) < key(inOther); });
+              [](const FindFunctionEntry& inOne, const FindFunctionEntry& inOther)
+              { return ResolvedAddressOrder()(inOne.Function, inOther.Function); });
     return functions;
 }
 
