@@ -2,9 +2,12 @@
 
 #include "FileSystem/Path.h"
 #include "Host/CommandLine/FailureText.h"
+#include "Host/CommandLine/FindCommand.h"
 #include "Host/CommandLine/ImportCommand.h"
 #include "Host/CommandLine/InfoCommand.h"
 #include "Host/CommandLine/ProcessCommand.h"
+#include "Host/CommandLine/ReadyCommand.h"
+#include "Host/CommandLine/StackCommand.h"
 #include "Host/CommandLine/SummarizeCommand.h"
 #include "Utility/Log.h"
 
@@ -85,17 +88,31 @@ std::pair<CLI::App*, std::shared_ptr<Options>> gAddCommand(CLI::App& ioApp, Comm
 }
 
 // "A,B" in milliseconds; either may be missing. Gives what is wrong with the text, or nothing.
-std::string gParseTimeRange(const std::string& inText, Host::ImportFilter& ioFilter)
+std::string gParseTimeRange(const std::string& inText, double& ioStartMs, double& ioEndMs)
 {
     const size_t comma = inText.find(',');
     const auto parse = [](const std::string& inNumber, double& ioMs)
     { return inNumber.empty() || CLI::detail::lexical_cast(inNumber, ioMs); };
-    const bool isRange = comma != std::string::npos && parse(inText.substr(0, comma), ioFilter.StartMs) &&
-                         parse(inText.substr(comma + 1), ioFilter.EndMs);
+    const bool isRange =
+        comma != std::string::npos && parse(inText.substr(0, comma), ioStartMs) && parse(inText.substr(comma + 1), ioEndMs);
     // Written so that what is no number fails.
-    return isRange && ioFilter.StartMs >= 0.0 && ioFilter.StartMs < ioFilter.EndMs
+    return isRange && (comma == 0 || ioStartMs >= 0.0) && ioStartMs < ioEndMs
                ? std::string()
                : "needs START,END in milliseconds, as 1000,2500 or 1000, or ,2500";
+}
+
+void gAddTimeRange(CLI::App& ioCommand, double& ioStartMs, double& ioEndMs)
+{
+    ioCommand
+        .add_option_function<std::string>(
+            "--time-range",
+            [&ioStartMs, &ioEndMs](const std::string& inText)
+            {
+                if (const std::string fault = gParseTimeRange(inText, ioStartMs, ioEndMs); !fault.empty())
+                    throw CLI::ValidationError("--time-range", fault);
+            },
+            "Take only START,END in milliseconds from the capture's first record")
+        ->type_name("START,END");
 }
 
 void gAddSummarize(CLI::App& ioApp, CommandList& ioCommands)
@@ -114,16 +131,7 @@ void gAddImport(CLI::App& ioApp, CommandList& ioCommands)
     command->add_option("--output", options->OutputFolder, "Where the session folder goes, instead of beside the capture");
     command->add_option("--process", options->Filter.Processes, "Capture only processes of this name or number; may be repeated")
         ->allow_extra_args(false);
-    command
-        ->add_option_function<std::string>(
-            "--time-range",
-            [filter = &options->Filter](const std::string& inText)
-            {
-                if (const std::string fault = gParseTimeRange(inText, *filter); !fault.empty())
-                    throw CLI::ValidationError("--time-range", fault);
-            },
-            "Take only START,END in milliseconds from the capture's first record")
-        ->type_name("START,END");
+    gAddTimeRange(*command, options->Filter.StartMs, options->Filter.EndMs);
     command->add_flag("--force", options->Replaces, "Replace a session that is there");
     command->add_flag("--json", options->AsJSON, sJSONText);
 }
@@ -144,6 +152,64 @@ void gAddInfo(CLI::App& ioApp, CommandList& ioCommands)
     command->add_flag("--json", options->AsJSON, sJSONText);
 }
 
+constexpr const char* sKeyText = "A thread's key, as find tells it";
+constexpr const char* sLimitText = "How many to list, 0 for all";
+
+void gAddStack(CLI::App& ioApp, CommandList& ioCommands)
+{
+    const auto [command, options] =
+        gAddCommand(ioApp, ioCommands, "stack", "Print what a thread was doing at a time, and where", Host::gShowStack);
+    command->add_option("SESSION", options->Session, sSessionText)->required();
+    command->add_option("THREAD", options->ThreadKey, sKeyText)->required();
+    command->add_option("TIME", options->TimeMs, "Milliseconds from the capture's first record")->required();
+    command->add_flag("--json", options->AsJSON, sJSONText);
+}
+
+void gAddReady(CLI::App& ioApp, CommandList& ioCommands)
+{
+    const auto [command, options] =
+        gAddCommand(ioApp, ioCommands, "ready", "Print who woke whom, or what a wait was for", Host::gShowReady);
+    command->add_option("SESSION", options->Session, sSessionText)->required();
+    auto* start = command->add_option("START", options->StartMs, "Milliseconds from the capture's first record");
+    auto* end = command->add_option("END", options->EndMs, "The same");
+    auto* chain = command->add_option_function<std::pair<int32_t, double>>(
+        "--chain",
+        [filled = options](const std::pair<int32_t, double>& inValue) {
+            filled->Chain = {inValue.first, inValue.second};
+        },
+        "Follow the wake-ups back from the wait of a thread at a time");
+    chain->type_name("THREAD TIME")->excludes(start)->excludes(end);
+    command->add_option("--thread", options->ThreadKey, "Only wake-ups of or by this thread")->excludes(chain);
+    command->add_option("--limit", options->Limit, sLimitText);
+    command->add_flag("--json", options->AsJSON, sJSONText);
+    command->callback(
+        [start, end, chain]
+        {
+            if (chain->count() == 0 && (start->count() == 0 || end->count() == 0))
+                throw CLI::ValidationError("ready", "needs START and END, or --chain THREAD TIME");
+        });
+}
+
+void gAddFind(CLI::App& ioApp, CommandList& ioCommands)
+{
+    const auto [command, options] = gAddCommand(ioApp, ioCommands, "find", "Print when and where functions ran", Host::gFind);
+    command->add_option("SESSION", options->Session, sSessionText)->required();
+    auto* function = command->add_option("FUNCTION", options->Function, "A part of the names of functions");
+    auto* stack = command->add_option("--stack", options->Stack, "Instead: calls with exactly this stack, root first");
+    stack->type_name("A;B;C")->excludes(function);
+    command->add_option("--thread", options->ThreadKey, "Only calls of this thread");
+    gAddTimeRange(*command, options->StartMs, options->EndMs);
+    command->add_option("--limit", options->Limit, sLimitText);
+    command->add_flag("--longest", options->SortsByLength, "List the longest calls instead of the first");
+    command->add_flag("--json", options->AsJSON, sJSONText);
+    command->callback(
+        [function, stack]
+        {
+            if (function->count() + stack->count() == 0)
+                throw CLI::ValidationError("find", "needs FUNCTION or --stack A;B;C");
+        });
+}
+
 } // namespace
 
 int main(int inArgumentCount, char** inArguments)
@@ -157,6 +223,9 @@ int main(int inArgumentCount, char** inArguments)
     gAddImport(app, commands);
     gAddProcess(app, commands);
     gAddInfo(app, commands);
+    gAddStack(app, commands);
+    gAddReady(app, commands);
+    gAddFind(app, commands);
 
     try
     {

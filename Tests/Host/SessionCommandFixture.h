@@ -170,7 +170,6 @@ protected:
         return names;
     }
 
-private:
     template <class Options>
     static std::string Call(bool (*inCommand)(const Options&, std::string&, Utility::ErrorState&), const Options& inOptions)
     {
