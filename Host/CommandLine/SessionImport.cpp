@@ -5,6 +5,7 @@
 #include "Host/CommandLine/PassStopper.h"
 #include "Host/CommandLine/SessionProcessing.h"
 #include "Host/CommandLine/StagedFolder.h"
+#include "Host/CommandLine/StreamSink.h"
 #include "Host/CommandLine/SymbolsAhead.h"
 #include "Session/SessionPaths.h"
 #include "Utility/Clock.h"
@@ -19,24 +20,6 @@ namespace
 
 using Profiler::Session;
 using Utility::ErrorState;
-
-// Stores what the importer makes.
-class StreamSink final : public ITraceEventSink
-{
-public:
-    StreamSink(Profiler::TraceEventStream& ioStream, const bool& inIsCanceled) : mStream(ioStream), mIsCanceled(inIsCanceled) {}
-
-    [[nodiscard]] bool OnEvent(const Profiler::TraceEvent& inEvent, ErrorState& ioErrors) override
-    {
-        return CheckGoesOn(ioErrors) && mStream.AddEvent(inEvent, ioErrors);
-    }
-
-    [[nodiscard]] bool CheckGoesOn(ErrorState& ioErrors) override { return gCheckNotCanceled(mIsCanceled, ioErrors); }
-
-private:
-    Profiler::TraceEventStream& mStream;
-    const bool& mIsCanceled;
-};
 
 std::string gGetTargetPath(const SessionImportOptions& inOptions)
 {
@@ -75,10 +58,10 @@ bool gCheckTarget(const SessionImportOptions& inOptions, const std::string& inSe
 bool gStoreEvents(CaptureImporter& ioImporter, Session& ioSession, const bool& inIsCanceled, ErrorState& ioErrors)
 {
     ProgressLine line("Reading");
-    StreamSink sink(ioSession.GetEventStream(), inIsCanceled);
+    StreamSink sink(ioSession.GetEventStream(), ioSession.GetJobScheduler(), inIsCanceled);
     return ioImporter.Run(
                sink, [&line](float inFraction) { line.Show(inFraction); }, ioErrors) &&
-           ioSession.GetEventStream().FlushStream(ioErrors);
+           sink.Finish(ioErrors);
 }
 
 // The pass of a new capture. What was learned of the symbols goes into the report, which is stored ahead of the session file, so
