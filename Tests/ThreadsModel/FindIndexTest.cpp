@@ -1,4 +1,5 @@
 #include "Tests/ThreadsModel/IndexFileFixture.h"
+#include "Tests/ThreadsModel/TimelineFixture.h"
 #include "ThreadsModel/Chunks/FunctionIndexChunk.h"
 #include "ThreadsModel/Find/FindModel.h"
 #include "ThreadsModel/Find/FindProcessingModel.h"
@@ -118,6 +119,8 @@ protected:
         return ReadFile("Find.dat");
     }
 
+    TimelinePlugin mPlugin{gGetTimelineRegistry()};
+    SessionFixture mWorld{At("game/game.session"), 0};
     System::JobScheduler mScheduler{1};
     std::unique_ptr<FindProcessingModel> mModel;
     Utility::ErrorState mErrors;
@@ -153,7 +156,8 @@ TEST_F(FindIndexTest, FunctionsAreToldApartByAddressAndTheLow30Bits)
         FindProcessingModel::AddInvocation(data, 0x4000 - i / 12 * 16, {~i << 30 | i % 3}, static_cast<int32_t>(i), 20000);
     EXPECT_TRUE(mModel->DestroyThreadInvocationData(4, mErrors));
     const std::string file = Finish();
-    FindModel model;
+    ThreadsModel owner(mPlugin, mWorld.GetSession());
+    FindModel& model = owner.GetFindModel();
     ASSERT_TRUE(model.LoadIndex(At("Find.dat"), mReaderErrors));
     EXPECT_EQ(gReadFunctions(model, 3) + gReadFunctions(model, 5), 0U);
     const std::vector<FindFunctionEntry> entries = model.ReadThreadFunctions(EFindSet::ContextResults, 4);
@@ -181,7 +185,8 @@ TEST_F(FindIndexTest, DamagedFilesAreRefusedAndLeaveNothingLoaded)
     WriteFile("sound", sound);
     const auto load = [&](const std::string& inPath, Serialization::ReaderErrorState& ioErrors)
     {
-        FindModel model;
+        ThreadsModel owner(mPlugin, mWorld.GetSession());
+        FindModel& model = owner.GetFindModel();
         EXPECT_TRUE(model.LoadIndex(At("sound"), ioErrors));
         EXPECT_EQ(gReadFunctions(model, 7), 1U);
         const bool isLoaded = model.LoadIndex(inPath, ioErrors);
@@ -221,7 +226,8 @@ TEST_F(FindIndexTest, DamagedFilesAreRefusedAndLeaveNothingLoaded)
     stored.AddThread(3, gCompress(std::string(8, '\xFF') + std::string(80, '\0')));
     stored.Threads[4] = {~uint64_t{0}, 10};
     WriteFile("damaged", gChangeFooter(stored.Build(), 0, uint64_t{5} << 32)); // its number of threads doesn't count
-    FindModel model;
+    ThreadsModel owner(mPlugin, mWorld.GetSession());
+    FindModel& model = owner.GetFindModel();
     EXPECT_TRUE(model.LoadIndex(file, mReaderErrors));
     for (const auto& [thread, count] : {std::pair(1, 0U), std::pair(2, 0U), std::pair(4, 0U), std::pair(3, 2U), std::pair(7, 1U)})
         EXPECT_EQ(gReadFunctions(model, thread), count) << thread;

@@ -173,7 +173,7 @@ void FindSearch::FindBars(const ChunkToProcess& inChunk, const FunctionIndexChun
               [](const FoundBar& inOne, const FoundBar& inOther)
               {
                   const std::weak_ordering order = std::weak_order(inOne.Bar->Start, inOther.Bar->Start);
-                  return order != 0 ? order < 0 : inOne.Depth < inOther.Depth;
+                  return std::is_eq(order) ? inOne.Depth < inOther.Depth : std::is_lt(order);
               });
     for (const FoundBar& found : mFound)
     {

@@ -109,6 +109,8 @@ bool ReadyThreadData::ParseHeader(std::span<const uint8_t> inHeader)
 {
     Utility::ByteCursor cursor(inHeader.data(), inHeader.size());
     ReadyThreadLevels levels(cursor.Read<uint8_t>());
+    if (levels.size() > sLODThresholds.size())
+        return false;
     for (std::vector<ReadyThreadChunkHeader>& chunks : levels)
     {
         const auto count = cursor.Read<uint32_t>();
